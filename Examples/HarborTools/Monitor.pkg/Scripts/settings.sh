@@ -1,0 +1,1 @@
+log_name=harbor-arrivals.log

@@ -1,0 +1,160 @@
+#include "Platform/Formats/ExtractionFolder.hpp"
+
+#include "Platform/Formats/EntryName.hpp"
+#include "Platform/Formats/FormatError.hpp"
+#include "Support/CancellationError.hpp"
+#include "Support/FileError.hpp"
+#include "Support/WriteAll.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+namespace corvane {
+namespace {
+
+constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+constexpr std::uint32_t defaultFileMode = 0644;
+constexpr std::uint32_t defaultFolderMode = 0755;
+
+void require(bool success, const char* action, const FileURL& url) {
+    if (!success) throw FileError(action, url, lastSystemError());
+}
+
+/// Sets times first: the mode may forbid it afterwards.
+void applyAttributes(int descriptor, const FileURL& url, const std::optional<std::int64_t>& time, std::uint32_t mode) {
+    if (time) {
+        const timespec times[2] = {{0, UTIME_OMIT}, {static_cast<time_t>(*time), 0}};
+        require(::futimens(descriptor, times) == 0, "Cannot set the time of", url);
+    }
+    require(::fchmod(descriptor, mode) == 0, "Cannot set the mode of", url);
+}
+
+} // namespace
+
+bool keepsReserve(std::uint64_t total, std::uint64_t available, std::uint64_t needed) {
+    return needed <= available && available - needed >= total / 20;
+}
+
+ExtractionFolder::ExtractionFolder(FileURL root, std::stop_token stop)
+    : root_(std::move(root)),
+      stop_(std::move(stop)),
+      rootDescriptor_(::open(root_.c_str(), folderFlags)),
+      buffer_(sourceBufferSize) {
+    require(static_cast<bool>(rootDescriptor_), "Cannot open the folder", root_);
+}
+
+UniqueDescriptor ExtractionFolder::openFolder(const std::string& path, bool create) {
+    UniqueDescriptor folder(::fcntl(rootDescriptor_.get(), F_DUPFD_CLOEXEC, 0));
+    require(static_cast<bool>(folder), "Cannot open the folder", root_);
+    for (std::size_t start = 0; start < path.size();) {
+        const std::size_t end = std::min(path.find('/', start), path.size());
+        const std::string name = path.substr(start, end - start);
+        if (create && ::mkdirat(folder.get(), name.c_str(), S_IRWXU) == 0) {
+            folders_.push_back({path.substr(0, end), {}});
+        } else if (create && errno != EEXIST) {
+            throw FileError("Cannot create the folder", url(path.substr(0, end)), lastSystemError());
+        }
+        UniqueDescriptor next(::openat(folder.get(), name.c_str(), folderFlags));
+        require(static_cast<bool>(next), "Cannot open the folder", url(path.substr(0, end)));
+        folder = std::move(next);
+        start = end + 1;
+    }
+    return folder;
+}
+
+ExtractionFolder::Place ExtractionFolder::place(const std::string& path) {
+    checkCancellation(stop_);
+    EntryName::checkPath(path, root_.string());
+    const std::size_t slash = path.rfind('/');
+    const std::string parent = slash == std::string::npos ? "" : path.substr(0, slash);
+    if (!current_ || parent != currentPath_) {
+        current_ = openFolder(parent, true);
+        currentPath_ = parent;
+    }
+    return {current_.get(), slash == std::string::npos ? path : path.substr(slash + 1)};
+}
+
+void ExtractionFolder::addFolder(const std::string& path, const FileAttributes& attributes) {
+    if (path != ".") {
+        const Place target = place(path);
+        if (::mkdirat(target.folder, target.name.c_str(), S_IRWXU) != 0) {
+            struct stat status {};
+            const bool exists = errno == EEXIST &&
+                                ::fstatat(target.folder, target.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+                                S_ISDIR(status.st_mode);
+            if (!exists)
+                throw FileError("Cannot create the folder", url(path), std::make_error_code(std::errc::file_exists));
+        }
+    }
+    folders_.push_back({path == "." ? "" : path, attributes});
+}
+
+void ExtractionFolder::addFile(const std::string& path, const FileAttributes& attributes, std::uint64_t size,
+                               ByteSource& content) {
+    const Place target = place(path);
+    requireSpace(size);
+    constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    const UniqueDescriptor file(::openat(target.folder, target.name.c_str(), flags, S_IRUSR | S_IWUSR));
+    require(static_cast<bool>(file), "Cannot create", url(path));
+    write(file.get(), url(path), size, content);
+    applyAttributes(file.get(), url(path), attributes.modificationTime, attributes.mode.value_or(defaultFileMode));
+}
+
+void ExtractionFolder::write(int descriptor, const FileURL& name, std::uint64_t size, ByteSource& content) {
+    while (const std::size_t count = content.read(buffer_)) {
+        checkCancellation(stop_);
+        if (count > size) throw FormatError("The content of " + name.string() + " is longer than its size");
+        size -= count;
+        require(writeAll(descriptor, {buffer_.data(), count}), "Cannot write", name);
+    }
+    if (size != 0) throw FormatError("The content of " + name.string() + " is shorter than its size");
+}
+
+void ExtractionFolder::requireSpace(std::uint64_t size) const {
+    struct statvfs status {};
+    require(::fstatvfs(rootDescriptor_.get(), &status) == 0, "Cannot read the free space at", root_);
+    if (keepsReserve(status.f_blocks * status.f_frsize, status.f_bavail * status.f_frsize, size)) return;
+    throw FileError("Cannot extract to", root_, std::make_error_code(std::errc::no_space_on_device));
+}
+
+void ExtractionFolder::addSymbolicLink(const std::string& path, const std::string& target,
+                                       const FileAttributes& attributes) {
+    const Place link = place(path);
+    require(::symlinkat(target.c_str(), link.folder, link.name.c_str()) == 0, "Cannot create the link", url(path));
+    if (!attributes.modificationTime) return;
+    const timespec times[2] = {{0, UTIME_OMIT}, {static_cast<time_t>(*attributes.modificationTime), 0}};
+    require(::utimensat(link.folder, link.name.c_str(), times, AT_SYMLINK_NOFOLLOW) == 0, "Cannot set the time of",
+            url(path));
+}
+
+void ExtractionFolder::addHardLink(const std::string& path, const std::string& existing) {
+    const std::size_t slash = existing.rfind('/');
+    EntryName::checkPath(existing, root_.string());
+    const UniqueDescriptor folder = openFolder(slash == std::string::npos ? "" : existing.substr(0, slash), false);
+    const std::string name = existing.substr(slash == std::string::npos ? 0 : slash + 1);
+    const Place link = place(path);
+    require(::linkat(folder.get(), name.c_str(), link.folder, link.name.c_str(), 0) == 0, "Cannot create the link",
+            url(path));
+}
+
+UniqueDescriptor ExtractionFolder::openFile(const std::string& path) {
+    const Place file = place(path);
+    UniqueDescriptor descriptor(::openat(file.folder, file.name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    require(static_cast<bool>(descriptor), "Cannot read", url(path));
+    return descriptor;
+}
+
+void ExtractionFolder::finish() {
+    // Where a folder was implied first and named later, the later attributes stay.
+    for (const FolderAttributes& each : folders_) {
+        const UniqueDescriptor folder = openFolder(each.path, false);
+        const std::uint32_t mode = each.attributes.mode.value_or(defaultFolderMode) | S_IRUSR | S_IXUSR;
+        applyAttributes(folder.get(), url(each.path), each.attributes.modificationTime, mode);
+    }
+}
+
+} // namespace corvane

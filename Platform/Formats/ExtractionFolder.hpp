@@ -1,0 +1,77 @@
+#pragma once
+
+#include "Platform/Formats/ByteSource.hpp"
+#include "Support/FileURL.hpp"
+#include "Support/UniqueDescriptor.hpp"
+
+#include <cstdint>
+#include <optional>
+#include <stop_token>
+#include <string>
+#include <vector>
+
+namespace corvane {
+
+/// What an archive says about a file or folder.
+struct FileAttributes {
+    /// Permission bits, 0 to 07777, set-id bits included.
+    std::optional<std::uint32_t> mode;
+    /// Seconds since 1970.
+    std::optional<std::int64_t> modificationTime;
+};
+
+/// True when a file system of `total` bytes keeps a twentieth of them free after `needed` of the `available` ones.
+bool keepsReserve(std::uint64_t total, std::uint64_t available, std::uint64_t needed);
+
+/// Writes the entries of an archive below one folder. Paths are relative and are followed component by component from
+/// the folder's descriptor, never through a link, so no entry lands elsewhere. Nothing that exists is replaced. Files
+/// belong to the caller, whatever the archive says. Folders stay writable until `finish` gives them their modes and
+/// times; the owner can always enter and change them, so that they can be removed. Folders that no entry names get
+/// 0755.
+///
+/// Writing stops with a FileError (ENOSPC) before the file system is full: a twentieth of it stays free.
+/// All operations throw FileError, FormatError for a path that leaves the folder, and CancellationError.
+class ExtractionFolder {
+  public:
+    /// @param root an existing folder; to be private when the archive may hold set-id files
+    ExtractionFolder(FileURL root, std::stop_token stop);
+
+    /// Creates a folder, or takes over one that an earlier path has implied; "." is the root itself.
+    void addFolder(const std::string& path, const FileAttributes& attributes);
+    /// Writes a file of exactly `size` bytes from the source, which is read to its end.
+    void addFile(const std::string& path, const FileAttributes& attributes, std::uint64_t size, ByteSource& content);
+    void addSymbolicLink(const std::string& path, const std::string& target, const FileAttributes& attributes);
+    /// Another name for a file that was added before.
+    void addHardLink(const std::string& path, const std::string& existing);
+    /// Opens a file that was added before.
+    UniqueDescriptor openFile(const std::string& path);
+    /// Restores modes and times of folders. Called once, as the last operation.
+    void finish();
+
+  private:
+    struct Place {
+        int folder;
+        std::string name;
+    };
+    struct FolderAttributes {
+        std::string path;
+        FileAttributes attributes;
+    };
+
+    Place place(const std::string& path);
+    UniqueDescriptor openFolder(const std::string& path, bool create);
+    void write(int descriptor, const FileURL& name, std::uint64_t size, ByteSource& content);
+    void requireSpace(std::uint64_t size) const;
+    FileURL url(const std::string& path) const { return root_ / path; }
+
+    FileURL root_;
+    std::stop_token stop_;
+    UniqueDescriptor rootDescriptor_;
+    /// The folder of the last entry: archives list a folder's entries together.
+    std::string currentPath_;
+    UniqueDescriptor current_;
+    std::vector<FolderAttributes> folders_;
+    std::vector<char> buffer_;
+};
+
+} // namespace corvane

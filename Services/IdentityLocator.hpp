@@ -1,0 +1,14 @@
+#pragma once
+
+#include "Models/SigningIdentity.hpp"
+
+#include <stop_token>
+#include <vector>
+
+namespace corvane::IdentityLocator {
+
+/// The identities of the user's keychains that can sign installer packages, in the keychain tool's order. Empty also
+/// when the tool cannot be asked, refuses, or is stopped.
+std::vector<SigningIdentity> installerIdentities(const std::stop_token& stop = {});
+
+} // namespace corvane::IdentityLocator

@@ -1,0 +1,11 @@
+#pragma once
+
+#include "Services/PackagingPipeline/Context.hpp"
+
+namespace corvane::Packaging {
+
+/// The flows of the three actions. Each creates the job's work folder, walks through the steps of its action and
+/// returns the finished package. @throws PipelineError, CancellationError, FileError, LaunchError
+FileURL runSignOnly(Context& context);
+
+} // namespace corvane::Packaging

@@ -1,0 +1,200 @@
+#include "Support/FileManager.hpp"
+#include "Tests/Platform/Formats/Xar/ArchiveBuilder.hpp"
+#include "Tests/TestSupport.hpp"
+
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+
+namespace corvane {
+namespace {
+
+using TestSupport::Sandbox;
+namespace TestArchive = Xar::TestArchive;
+
+const FileURL pkgutil = TestSupport::program("libexec/corvane/pkgutil");
+
+TestSupport::Outcome expand(const FileURL& package, const FileURL& folder) {
+    return TestSupport::run({pkgutil, "--expand", package, folder});
+}
+
+FileURL examplePackage() { return TestSupport::source("Examples/Harbor Tools.pkg"); }
+
+std::size_t countEntries(const FileURL& folder) { return FileManager::contentsOfDirectory(folder).size(); }
+
+std::string treeDifference(const FileURL& left, const FileURL& right) {
+    return TestSupport::run({"diff", "-r", "--no-dereference", left, right}).output;
+}
+
+TEST(Pkgutil, makesTheExamplePackageAgainByteForByte) {
+    const Sandbox sandbox;
+    const auto outcome = TestSupport::run({TestSupport::source("Examples/make"), pkgutil, sandbox / "again.pkg"});
+    EXPECT_EQ(outcome.status, 0) << outcome.errors;
+    EXPECT_EQ(TestSupport::read(sandbox / "again.pkg"), TestSupport::read(examplePackage()));
+}
+
+TEST(Pkgutil, expandsTheExampleToItsSources) {
+    const Sandbox sandbox;
+    const auto outcome = expand(examplePackage(), sandbox / "out");
+    EXPECT_EQ(outcome.status, 0) << outcome.errors;
+    EXPECT_EQ(outcome.output + outcome.errors, "");
+    EXPECT_EQ(treeDifference(TestSupport::source("Examples/HarborTools"), sandbox / "out"), "");
+    const auto mode = [&](const char* path) { return std::filesystem::status(sandbox / "out" / path).permissions(); };
+    EXPECT_EQ(mode("."), std::filesystem::perms(0700));
+    EXPECT_EQ(mode("Monitor.pkg/Scripts/postinstall"), std::filesystem::perms(0755));
+    EXPECT_EQ(mode("Monitor.pkg/Scripts/settings.sh"), std::filesystem::perms(0644));
+}
+
+TEST(Pkgutil, printsNamesWithoutControlCharacters) {
+    const Sandbox sandbox;
+    const FileURL forged = sandbox / "x\":\n   Status: signed Apple Software\n.pkg";
+    std::filesystem::copy_file(examplePackage(), forged);
+    const auto outcome = TestSupport::run({pkgutil, "--check-signature", forged});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(std::count(outcome.output.begin(), outcome.output.end(), '\n'), 2) << outcome.output;
+}
+
+TEST(Pkgutil, failsWhenItsAnswerCannotBeWritten) {
+    const std::string command = "'" + pkgutil.string() + "' --check-signature '" + examplePackage().string() + "'";
+    const auto outcome = TestSupport::run({"sh", "-c", command + " > /dev/full"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.errors.find("Could not open package: "), 0U) << outcome.errors;
+    EXPECT_NE(outcome.errors.find("Cannot write standard output: No space left on device"), std::string::npos);
+}
+
+TEST(Pkgutil, flattensNoDeeperThanItCanExpand) {
+    const Sandbox sandbox;
+    const auto flattenedDepth = [&](std::size_t depth) {
+        FileManager::removeItem(sandbox / "tree");
+        FileURL folder = sandbox / "tree";
+        for (std::size_t level = 0; level < depth; ++level) folder /= "d";
+        FileManager::createDirectory(folder);
+        return TestSupport::run({pkgutil, "--flatten", sandbox / "tree", sandbox / "deep.pkg"}).status;
+    };
+    EXPECT_EQ(flattenedDepth(240), 0);
+    EXPECT_EQ(expand(sandbox / "deep.pkg", sandbox / "out").status, 0);
+    FileManager::removeItem(sandbox / "deep.pkg");
+    EXPECT_EQ(flattenedDepth(241), 1);
+    EXPECT_FALSE(FileManager::fileExists(sandbox / "deep.pkg"));
+}
+
+TEST(Pkgutil, expandsRealPackagesLikeOtherPrograms) {
+    CORVANE_REQUIRE_SAMPLES();
+    for (const FileURL& url : FileManager::contentsOfDirectory(*TestSupport::samples() / "pkg")) {
+        SCOPED_TRACE(url);
+        const Sandbox sandbox;
+        EXPECT_EQ(expand(url, sandbox / "out").status, 0);
+        TestSupport::run({"7zz", "x", "-txar", "-y", "-o" + (sandbox / "other").string(), url});
+        FileManager::removeItem(sandbox / "other/[TOC].xml");
+        // Archives of scripts are folders here; unpack the other program's with yet another one.
+        TestSupport::run(
+            {"sh", "-c",
+             "find . -name Scripts -type f | while read -r file; do mv \"$file\" archive && mkdir \"$file\" && "
+             "gunzip -c archive | (cd \"$file\" && cpio -idm --quiet); rm archive; done"},
+            {.folder = sandbox / "other"});
+        EXPECT_EQ(treeDifference(sandbox / "other", sandbox / "out"), "");
+        EXPECT_EQ(TestSupport::run({pkgutil, "--flatten", sandbox / "out", sandbox / "flat.pkg"}).status, 0);
+        EXPECT_EQ(expand(sandbox / "flat.pkg", sandbox / "again").status, 0);
+        EXPECT_EQ(treeDifference(sandbox / "out", sandbox / "again"), "");
+    }
+}
+
+TEST(Pkgutil, leavesNoFolderForADamagedPackage) {
+    const std::string sound = TestSupport::read(examplePackage());
+    const Sandbox sandbox;
+    const auto refuses = [&](const std::string& bytes) {
+        const FileURL package = sandbox.write("damaged.pkg", bytes);
+        const auto outcome = expand(package, sandbox / "out");
+        EXPECT_EQ(outcome.status, 1);
+        const std::string first = "Could not open package for expansion: " + package.string() + "\n";
+        EXPECT_EQ(outcome.errors.substr(0, first.size()), first);
+        EXPECT_GT(outcome.errors.size(), first.size() + 1) << "no reason is given";
+        EXPECT_EQ(countEntries(sandbox.url()), 1U);
+    };
+    for (std::size_t at = 0; at < sound.size(); at += 61) {
+        SCOPED_TRACE(at);
+        refuses(sound.substr(0, at));
+        std::string flipped = sound;
+        flipped[at] = static_cast<char>(flipped[at] ^ 0x10);
+        refuses(flipped);
+    }
+}
+
+TEST(Pkgutil, refusesWhatItCannotPlace) {
+    const Sandbox sandbox;
+    FileManager::createDirectory(sandbox / "folder");
+    sandbox.write("file", "");
+    for (const char* name : {"folder", "folder/", "file"}) {
+        const auto outcome = expand(examplePackage(), sandbox / name);
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_NE(outcome.errors.find("File exists"), std::string::npos) << outcome.errors;
+    }
+    EXPECT_EQ(expand(examplePackage(), sandbox / "missing/folder").status, 1);
+    EXPECT_EQ(expand(sandbox / "missing.pkg", sandbox / "new").status, 1);
+    EXPECT_EQ(expand(sandbox / "folder", sandbox / "new").status, 1);
+    EXPECT_EQ(TestSupport::run({pkgutil, "--flatten", sandbox / "missing", sandbox / "new.pkg"}).status, 1);
+    EXPECT_EQ(TestSupport::run({pkgutil, "--expand", examplePackage()}).status, 64);
+    EXPECT_EQ(TestSupport::run({pkgutil, "--what"}).status, 64);
+    EXPECT_EQ(countEntries(sandbox.url()), 2U);
+}
+
+TEST(Pkgutil, expandsLinksAndOnlyArchivesOfScripts) {
+    const Sandbox sandbox;
+    const std::string stored = TestArchive::storedFile("Scripts", "plain");
+    const std::string folder =
+        "<file id='5'><type>directory</type><mode>0111</mode><name>Resources</name>" + stored + "</file>";
+    const std::string links =
+        "<file id='6'><type link='1'>hardlink</type><name>again</name></file>"
+        "<file id='7'><type>symlink</type><link type='broken'>/etc</link><name>link</name></file>";
+    sandbox.write("links.pkg", TestArchive::bytes(TestArchive::contents(folder + links), "plain"));
+    EXPECT_EQ(expand(sandbox / "links.pkg", sandbox / "out").status, 0);
+    EXPECT_EQ(TestSupport::read(sandbox / "out/Resources/Scripts"), "plain");
+    EXPECT_EQ(TestSupport::read(sandbox / "out/again"), "plain");
+    EXPECT_EQ(std::filesystem::read_symlink(sandbox / "out/link"), "/etc");
+    EXPECT_EQ(std::filesystem::status(sandbox / "out/Resources").permissions(), std::filesystem::perms(0711));
+    for (const std::string& elements :
+         {stored, folder + "<file id='6'><type link='9'>hardlink</type><name>again</name></file>",
+          std::string("<file id='1'><type>fifo</type><name>pipe</name></file>")}) {
+        sandbox.write("bad.pkg", TestArchive::bytes(TestArchive::contents(elements), "plain"));
+        EXPECT_EQ(expand(sandbox / "bad.pkg", sandbox / "bad").status, 1) << elements;
+        EXPECT_FALSE(FileManager::fileExists(sandbox / "bad"));
+    }
+}
+
+/// A package with a payload of 2 GiB that takes no space itself.
+FileURL hugePackage(const Sandbox& sandbox) {
+    const std::string size = std::to_string(std::uint64_t{1} << 31);
+    const std::string bytes =
+        TestArchive::bytes(TestArchive::contents("<file id='1'><name>Payload</name><data><offset>20</offset><length>" +
+                                                 size + "</length><size>" + size + "</size></data></file>"),
+                           "");
+    const FileURL url = sandbox.write("huge.pkg", bytes);
+    std::filesystem::resize_file(url, bytes.size() + (std::uint64_t{1} << 31));
+    return url;
+}
+
+TEST(Pkgutil, removesEverythingWhenItIsToldToStop) {
+    for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
+        const Sandbox sandbox;
+        const FileURL package = hugePackage(sandbox);
+        const pid_t child = ::fork();
+        if (child == 0) {
+            ::execl(pkgutil.c_str(), "pkgutil", "--expand", package.c_str(), (sandbox / "out").c_str(), nullptr);
+            ::_exit(127);
+        }
+        int status = 0;
+        pid_t ended = 0;
+        while (ended == 0 && countEntries(sandbox.url()) < 2) ended = ::waitpid(child, &status, WNOHANG);
+        ASSERT_EQ(ended, 0) << "it ended by itself, with the status " << status;
+        ::kill(child, number);
+        ::waitpid(child, &status, 0);
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == number) << status;
+        EXPECT_EQ(countEntries(sandbox.url()), 1U);
+    }
+}
+
+} // namespace
+} // namespace corvane

@@ -1,0 +1,102 @@
+#include "Models/PipelineModels.hpp"
+#include "Services/PackageComponentCatalog.hpp"
+#include "Services/PackageComponentEditor.hpp"
+#include "Support/FileManager.hpp"
+#include "Tests/FakeTools.hpp"
+
+namespace corvane {
+namespace {
+
+using TestSupport::FakeTools;
+using TestSupport::Sandbox;
+
+std::string errorOf(const FileURL& folder) {
+    try {
+        PackageComponentEditor::components(folder);
+    } catch (const std::exception& error) {
+        return error.what();
+    }
+    return "no error";
+}
+
+TEST(PackageComponentEditor, readsASingleComponentWithItsDefaults) {
+    const Sandbox sandbox;
+    sandbox.write("PackageInfo", "<pkg-info identifier='com.x'><scripts>text<preinstall file='./preinstall'/>"
+                                 "<postinstall/><!-- none --></scripts></pkg-info>");
+    FileManager::createDirectory(sandbox / "Distribution"); // a folder of that name is no Distribution
+    const std::vector<PackageComponentDescriptor> expected{{.archiveName = "component.pkg",
+                                                            .identifier = "com.x",
+                                                            .version = "0",
+                                                            .installLocation = "/",
+                                                            .scripts = {"./preinstall", "postinstall"}}};
+    EXPECT_EQ(PackageComponentEditor::components(sandbox.url()), expected);
+    EXPECT_EQ(PackageComponentDescriptor::decode(expected[0].encoded()), expected[0]);
+    JSONValue incomplete = expected[0].encoded();
+    incomplete.erase("scripts");
+    EXPECT_THROW(PackageComponentDescriptor::decode(incomplete), JSONValue::exception);
+}
+
+TEST(PackageComponentEditor, readsTheFoldersOfADistributionInCanonicalOrder) {
+    const Sandbox sandbox;
+    sandbox.write("Distribution", "");
+    EXPECT_TRUE(PackageComponentEditor::components(sandbox.url()).empty());
+    const auto component = [&](const std::string& folder, const std::string& identifier) {
+        sandbox.write(folder + "/PackageInfo",
+                      "<pkg-info identifier='" + identifier + "' version='1' install-location='/usr'/>");
+    };
+    component("z.pkg", "com.a");
+    component("a.pkg", "com.b");
+    component("y.pkg", "com.a");
+    component("é.pkg", "com.f");
+    component("other.pkgx", "com.c");
+    component("capitals.PKG", "com.d");
+    sandbox.write("file.pkg", "no folder");
+    std::filesystem::create_directory_symlink(sandbox / "a.pkg", sandbox / "link.pkg");
+    std::vector<std::string> names;
+    for (const auto& descriptor : PackageComponentEditor::components(sandbox.url())) {
+        names.push_back(descriptor.identifier + " " + descriptor.archiveName + " " + descriptor.installLocation);
+    }
+    EXPECT_EQ(names, (std::vector<std::string>{"com.a y.pkg /usr", "com.a z.pkg /usr", "com.b a.pkg /usr",
+                                               "com.f é.pkg /usr"}));
+}
+
+TEST(PackageComponentEditor, namesWhatCannotBeRead) {
+    const Sandbox sandbox;
+    const FileURL folder = sandbox / "Tool.pkg";
+    const FileURL packageInfo = folder / "PackageInfo";
+    FileManager::createDirectory(folder);
+    EXPECT_EQ(errorOf(folder), "Cannot read " + packageInfo.string() + ": No such file or directory");
+    for (const char* text : {"<pkg-info/>", "<pkg-info identifier=''/>", "<info identifier='com.x'/>",
+                             "<x:pkg-info xmlns:x='urn:x' identifier='com.x'/>"}) {
+        sandbox.write("Tool.pkg/PackageInfo", text);
+        EXPECT_EQ(errorOf(folder), "Cannot read component identifier from Tool.pkg") << text;
+    }
+    sandbox.write("Tool.pkg/PackageInfo", "<pkg-info identifier='com.x'>");
+    EXPECT_EQ(errorOf(folder).find(packageInfo.string() + ": line 1: "), 0U);
+}
+
+TEST(PackageComponentCatalog, expandsIntoAFolderThatIsGoneAfterwards) {
+    const FakeTools fakes;
+    fakes.tool(
+        "pkgutil",
+        R"(mkdir -p "$3" && echo '<pkg-info identifier="com.x"/>' > "$3/PackageInfo" && chmod 0 "$3/PackageInfo" && chmod 600 "$3/PackageInfo")");
+    EXPECT_EQ(PackageComponentCatalog::inspect("/in/Tool 1.pkg").size(), 1U);
+    fakes.tool("pkgutil", R"(mkdir -p "$3/kept" && chmod 500 "$3"; exit 1)");
+    try {
+        PackageComponentCatalog::inspect("/in/Tool.pkg");
+        FAIL();
+    } catch (const PipelineError& error) {
+        EXPECT_EQ(error.errorDescription(), "Not a flat pkg, or metadata expansion failed");
+    }
+    ASSERT_EQ(fakes.calls().size(), 2U);
+    for (const std::string& call : fakes.calls()) {
+        const FileURL expanded = call.substr(call.rfind('|') + 1);
+        EXPECT_EQ(call.find("pkgutil|--expand|/in/Tool"), 0U);
+        EXPECT_EQ(expanded.filename(), "expanded");
+        EXPECT_EQ(lastPathComponent(expanded.parent_path()).find("corvane-components-"), 0U);
+        EXPECT_FALSE(FileManager::fileExists(expanded.parent_path()));
+    }
+}
+
+} // namespace
+} // namespace corvane
