@@ -13,8 +13,6 @@
 namespace corvane::PropertyList {
 namespace {
 
-constexpr std::int64_t secondsFrom1970To2001 = 978307200;
-
 [[noreturn]] void fail(const std::string& expected, const XML::Node& element) {
     throw Error("expected " + expected + ", found <" + element.name() + ">" + element.text().substr(0, 80));
 }

@@ -26,6 +26,8 @@ struct Data {
     bool operator==(const Data&) const = default;
 };
 
+constexpr std::int64_t secondsFrom1970To2001 = 978307200;
+
 /// A point in time, in seconds since 2001-01-01 00:00 UTC.
 struct Date {
     double seconds = 0;
@@ -67,5 +69,10 @@ constexpr std::size_t depthLimit = 512;
 Value parse(std::string_view bytes, const std::string& name);
 /// @throws FileError, Error
 Value read(const FileURL& url);
+
+/// The list as XML, in the layout of the platform's own lists: keys sorted by their bytes, a tab a level, a final line
+/// feed. A UID becomes the dictionary of the key CF$UID that stands for it in XML; dates lose fractions of a second.
+/// @throws Error for text that XML cannot hold, a date outside the years 0 to 9999, more levels than `depthLimit`
+std::string serializedXML(const Value& value);
 
 } // namespace corvane::PropertyList

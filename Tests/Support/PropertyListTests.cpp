@@ -1,6 +1,9 @@
 #include "Support/FileError.hpp"
+#include "Support/FileManager.hpp"
 #include "Support/PropertyList.hpp"
 #include "Tests/TestSupport.hpp"
+
+#include <cmath>
 
 namespace corvane::PropertyList {
 namespace {
@@ -117,6 +120,61 @@ TEST(PropertyList, refusesBrokenBinaryListsWithinBounds) {
         binary({"\x07"}),
         binary({})};
     for (const std::string& bytes : broken) EXPECT_EQ(errorOf(bytes).substr(0, 11), "Info.plist:");
+}
+
+/// Every kind of value, at a depth where lines of data have reached their shortest.
+Value everyKind() {
+    Value nested{Data{std::string(100, '\xff')}};
+    for (int level = 0; level < 12; ++level) nested = {Array{std::move(nested)}};
+    return {Dictionary{{"text <&> \"'", {"a\r\n\tb <&> \"' \xf0\x9f\x98\x80"}},
+                       {"empty", {Array{{""}, {Array{}}, {Dictionary{}}, {Data{}}}}},
+                       {"numbers", {Array{{INT64_MIN}, {std::int64_t{-1}}, {UINT64_MAX}, {0.1}, {-1e300}, {1e6}}}},
+                       {"infinite", {Array{{HUGE_VAL}, {-HUGE_VAL}}}},
+                       {"dates", {Array{{Date{0}}, {Date{-1}}, {Date{252423993600 - 978307200}}}}},
+                       {"flags", {Array{{true}, {false}}}},
+                       {"", nested},
+                       {"data", {Data{std::string("\0\x01\x80", 3) + std::string(200, 'x')}}}}};
+}
+
+TEST(PropertyList, writesWhatItReads) {
+    EXPECT_EQ(parse(serializedXML(everyKind()), "written"), everyKind());
+    EXPECT_EQ(parse(serializedXML({UID{7}}), "written"), Value{Dictionary({{"CF$UID", {std::int64_t{7}}}})});
+    EXPECT_EQ(parse(serializedXML({Date{0.75}}), "written"), Value{Date{0}});
+    EXPECT_EQ(parse(serializedXML({Date{-0.25}}), "written"), Value{Date{-1}});
+}
+
+TEST(PropertyList, writesTheLayoutOfRealLists) {
+    CORVANE_REQUIRE_SAMPLES();
+    const FileURL folder = *TestSupport::samples() / "misc/relocation";
+    int lists = 0;
+    for (const FileURL& url : FileManager::contentsOfDirectory(folder)) {
+        if (pathExtension(url) != "plist") continue;
+        EXPECT_EQ(serializedXML(read(url)), TestSupport::read(url)) << url;
+        ++lists;
+    }
+    EXPECT_GT(lists, 0);
+}
+
+TEST(PropertyList, writesWhatAnotherReaderReads) {
+    if (TestSupport::run({"python3", "-c", "import plistlib"}).status != 0) GTEST_SKIP() << "there is no python3";
+    const TestSupport::Sandbox sandbox;
+    const std::string list = serializedXML(everyKind());
+    const auto outcome =
+        TestSupport::run({"python3", "-c",
+                          "import plistlib, sys; sys.stdout.buffer.write(plistlib.dumps(plistlib.load(open("
+                          "sys.argv[1], 'rb')), fmt=plistlib.FMT_BINARY))",
+                          sandbox.write("list.plist", list)});
+    EXPECT_EQ(outcome.status, 0) << outcome.errors;
+    EXPECT_EQ(parse(outcome.output, "binary"), everyKind());
+}
+
+TEST(PropertyList, writesNothingThatXMLCannotHold) {
+    Value deep{true};
+    for (std::size_t level = 0; level <= depthLimit; ++level) deep = {Array{std::move(deep)}};
+    const std::vector<Value> refused{
+        {std::string(1, '\0')}, {"\x1b[0m"},          {"\xef\xbf\xbf"}, {"\xff"},
+        {Date{1e18}},           {Date{std::nan("")}}, {deep},           {Dictionary({{"\x01", {true}}})}};
+    for (const Value& value : refused) EXPECT_THROW(serializedXML(value), Error);
 }
 
 } // namespace
