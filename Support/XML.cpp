@@ -8,6 +8,8 @@
 #include <libxml/xmlerror.h>
 #include <libxml/xpath.h>
 
+#include <exception>
+#include <map>
 #include <mutex>
 
 namespace corvane::XML {
@@ -94,20 +96,61 @@ class ErrorCollector {
 } // namespace
 
 struct Document::Owner {
-    explicit Owner(xmlDoc* owned) : document(owned) {}
+    explicit Owner(xmlDoc* owned) : document(owned) {
+        if (document == nullptr) return;
+        document->_private = this;
+        // Without a name here, text beyond ASCII is written as references in attributes, and as itself elsewhere.
+        xmlFree(const_cast<xmlChar*>(document->encoding));
+        document->encoding = xmlStrdup(xml("UTF-8"));
+    }
     Owner(const Owner&) = delete;
     Owner& operator=(const Owner&) = delete;
-    ~Owner() { xmlFreeDoc(document); }
+    ~Owner() {
+        for (xmlNode* node : removed) xmlFreeNode(node);
+        xmlFreeDoc(document);
+    }
+
+    static Owner& of(const xmlNode* node) { return *static_cast<Owner*>(node->doc->_private); }
+
     xmlDoc* document;
+    std::vector<xmlNode*> removed;
 };
 
+namespace {
+
+template <class NodeType>
+std::string qualifiedName(const NodeType* node) {
+    const bool hasPrefix = node->ns != nullptr && node->ns->prefix != nullptr;
+    return (hasPrefix ? string(node->ns->prefix) + ":" : "") + string(node->name);
+}
+
+xmlAttr* findAttribute(xmlNode* element, const std::string& name) {
+    xmlAttr* attribute = element->type == XML_ELEMENT_NODE ? element->properties : nullptr;
+    while (attribute != nullptr && qualifiedName(attribute) != name) attribute = attribute->next;
+    return attribute;
+}
+
+std::string valueOf(const xmlAttr* attribute) {
+    const XmlPointer<xmlChar> value(xmlNodeListGetString(attribute->doc, attribute->children, 1));
+    return string(value.get());
+}
+
+xmlNode* copyFor(const xmlNode* place, xmlNode* other) {
+    xmlNode* copy = xmlDocCopyNode(other, place->doc, 1);
+    if (copy == nullptr) throw std::bad_alloc();
+    return copy;
+}
+
+} // namespace
+
 bool Node::isElement() const { return raw(node_)->type == XML_ELEMENT_NODE; }
+
+bool Node::isText() const { return raw(node_)->type == XML_TEXT_NODE || raw(node_)->type == XML_CDATA_SECTION_NODE; }
 
 std::string Node::name() const {
     const xmlNode* node = raw(node_);
     const bool isQualified = node->type == XML_ELEMENT_NODE || node->type == XML_ATTRIBUTE_NODE;
-    const bool hasPrefix = isQualified && node->ns != nullptr && node->ns->prefix != nullptr;
-    return (hasPrefix ? string(node->ns->prefix) + ":" : "") + string(node->name);
+    return isQualified ? qualifiedName(node) : string(node->name);
 }
 
 std::string Node::text() const {
@@ -121,22 +164,39 @@ void Node::setText(std::string_view text) const {
 }
 
 std::optional<std::string> Node::attribute(const std::string& name) const {
-    const XmlPointer<xmlChar> value(xmlGetProp(raw(node_), xml(name)));
-    if (!value) return std::nullopt;
-    return string(value.get());
+    const xmlAttr* attribute = findAttribute(raw(node_), name);
+    if (attribute == nullptr) return std::nullopt;
+    return valueOf(attribute);
 }
 
-std::vector<std::pair<std::string, std::string>> Node::attributes() const {
-    std::vector<std::pair<std::string, std::string>> result;
-    for (xmlAttr* attribute = raw(node_)->properties; attribute != nullptr; attribute = attribute->next) {
-        const XmlPointer<xmlChar> value(xmlNodeListGetString(raw(node_)->doc, attribute->children, 1));
-        result.emplace_back(string(attribute->name), string(value.get()));
+Attributes Node::attributes() const {
+    Attributes result;
+    for (const xmlAttr* attribute = raw(node_)->properties; attribute != nullptr; attribute = attribute->next) {
+        result.emplace_back(qualifiedName(attribute), valueOf(attribute));
     }
     return result;
 }
 
 void Node::setAttribute(const std::string& name, const std::string& value) const {
     xmlSetProp(raw(node_), xml(name), xml(value));
+}
+
+void Node::removeAttribute(const std::string& name) const {
+    if (xmlAttr* attribute = findAttribute(raw(node_), name)) xmlRemoveProp(attribute);
+}
+
+void Node::sortAttributes() const {
+    std::map<std::string, xmlAttr*> sorted;
+    for (xmlAttr* attribute = raw(node_)->properties; attribute != nullptr; attribute = attribute->next) {
+        sorted.emplace(qualifiedName(attribute), attribute);
+    }
+    xmlAttr* previous = nullptr;
+    for (const auto& [name, attribute] : sorted) {
+        attribute->prev = previous;
+        attribute->next = nullptr;
+        (previous != nullptr ? previous->next : raw(node_)->properties) = attribute;
+        previous = attribute;
+    }
 }
 
 std::optional<Node> Node::parent() const {
@@ -166,6 +226,12 @@ std::optional<Node> Node::firstElement(std::string_view name) const {
     return std::nullopt;
 }
 
+std::vector<Node> Node::children() const {
+    std::vector<Node> result;
+    for (xmlNode* child = raw(node_)->children; child != nullptr; child = child->next) result.push_back(Node(child));
+    return result;
+}
+
 Node Node::appendElement(const std::string& name) const {
     return Node(xmlNewChild(raw(node_), nullptr, xml(name), nullptr));
 }
@@ -184,9 +250,29 @@ Node Node::insertElementAfter(const std::string& name) const {
     return Node(xmlAddNextSibling(raw(node_), xmlNewNode(nullptr, xml(name))));
 }
 
+Node Node::prependCopy(const Node& other) const {
+    xmlNode* copy = copyFor(raw(node_), raw(other.node_));
+    xmlNode* first = raw(node_)->children;
+    return Node(first != nullptr ? xmlAddPrevSibling(first, copy) : xmlAddChild(raw(node_), copy));
+}
+
+Node Node::replaceByCopy(const Node& other) const {
+    const Node copy(xmlAddPrevSibling(raw(node_), copyFor(raw(node_), raw(other.node_))));
+    remove();
+    return copy;
+}
+
 void Node::remove() const {
+    if (raw(node_)->parent == nullptr) return;
+    Document::Owner::of(raw(node_)).removed.push_back(raw(node_));
     xmlUnlinkNode(raw(node_));
-    xmlFreeNode(raw(node_));
+}
+
+std::string Node::serialized() const {
+    const std::unique_ptr<xmlBuffer, void (*)(xmlBuffer*)> buffer(xmlBufferCreate(), &xmlBufferFree);
+    if (!buffer || xmlNodeDump(buffer.get(), raw(node_)->doc, raw(node_), 0, 0) < 0) throw std::bad_alloc();
+    return {reinterpret_cast<const char*>(xmlBufferContent(buffer.get())),
+            static_cast<std::size_t>(xmlBufferLength(buffer.get()))};
 }
 
 Document Document::parse(std::string_view bytes, const std::string& name) {
@@ -239,6 +325,58 @@ std::string Document::serialized(bool pretty) const {
     const XmlPointer<xmlChar> owned(bytes);
     if (!owned) throw std::bad_alloc();
     return {reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(length)};
+}
+
+namespace {
+
+struct ElementVisit : Parsing {
+    explicit ElementVisit(const std::function<bool(const std::string&, const Attributes&)>& visitor) : visit(visitor) {}
+
+    const std::function<bool(const std::string&, const Attributes&)>& visit;
+    std::exception_ptr failure;
+    bool isOver = false;
+};
+
+void visitElement(void* parser, const xmlChar* name, const xmlChar** attributes) {
+    auto* context = static_cast<xmlParserCtxt*>(parser);
+    auto* state = static_cast<ElementVisit*>(parsing(context));
+    if (state->isOver) return;
+    try {
+        Attributes values;
+        for (; attributes != nullptr && attributes[0] != nullptr; attributes += 2) {
+            values.emplace_back(string(attributes[0]), string(attributes[1]));
+        }
+        state->isOver = !state->visit(string(name), values);
+    } catch (...) { // no exception may pass through the library
+        state->failure = std::current_exception();
+        state->isOver = true;
+    }
+    if (state->isOver) xmlStopParser(context);
+}
+
+} // namespace
+
+void forEachElement(std::string_view bytes, const std::function<bool(const std::string&, const Attributes&)>& visit) {
+    prepareLibrary();
+    if (bytes.size() > Document::sizeLimit) return;
+    const ErrorCollector errors;
+    const XmlPointer<xmlParserCtxt> context(xmlNewParserCtxt());
+    if (!context) throw std::bad_alloc();
+    xmlSAXHandler& handler = *context->sax;
+    xmlSAXVersion(&handler, 1);
+    handler.startElement = &visitElement;
+    handler.endElement = nullptr;
+    handler.characters = handler.ignorableWhitespace = nullptr;
+    handler.cdataBlock = nullptr;
+    handler.comment = nullptr;
+    handler.processingInstruction = nullptr;
+    handler.reference = nullptr;
+    ElementVisit state(visit);
+    context->_private = static_cast<Parsing*>(&state);
+    xmlDoc* document = xmlCtxtReadMemory(context.get(), bytes.data(), static_cast<int>(bytes.size()), nullptr, nullptr,
+                                         XML_PARSE_NONET | XML_PARSE_NOENT);
+    xmlFreeDoc(document);
+    if (state.failure) std::rethrow_exception(state.failure);
 }
 
 } // namespace corvane::XML

@@ -2,6 +2,7 @@
 
 #include "Support/FileURL.hpp"
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -20,11 +21,17 @@ class Error : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+/// Names and values of an element's attributes; no name stands there twice.
+using Attributes = std::vector<std::pair<std::string, std::string>>;
+
 /// A node of a document: an element, attribute, text, comment ... It is a handle: it stays usable while its document
-/// lives and the node is not removed, and copying it does not copy the node.
+/// lives, also when the node has been taken out of the tree, and copying it does not copy the node. Attributes go by
+/// their names as they stand, with their prefixes.
 class Node {
   public:
     bool isElement() const;
+    /// True for character data, in a CDATA section or not.
+    bool isText() const;
     /// Name of an element or attribute as it stands, with its prefix if it has one.
     std::string name() const;
     /// The text below an element, or an attribute's value.
@@ -33,9 +40,13 @@ class Node {
     void setText(std::string_view text) const;
 
     std::optional<std::string> attribute(const std::string& name) const;
-    /// All attributes in document order, by local name.
-    std::vector<std::pair<std::string, std::string>> attributes() const;
+    /// Names and values in document order.
+    Attributes attributes() const;
+    /// Changes the value in its place, or adds the attribute behind the others.
     void setAttribute(const std::string& name, const std::string& value) const;
+    void removeAttribute(const std::string& name) const;
+    /// Brings the attributes into the order of their names, code point by code point.
+    void sortAttributes() const;
 
     std::optional<Node> parent() const;
     /// The child elements in document order.
@@ -43,14 +54,24 @@ class Node {
     /// The child elements of one name, in document order.
     std::vector<Node> elements(std::string_view name) const;
     std::optional<Node> firstElement(std::string_view name) const;
+    /// All child nodes in document order, texts and comments too.
+    std::vector<Node> children() const;
 
     Node appendElement(const std::string& name) const;
     Node appendElement(const std::string& name, std::string_view text) const;
     /// Adds a new element directly before, or directly behind, this one.
     Node insertElementBefore(const std::string& name) const;
     Node insertElementAfter(const std::string& name) const;
-    /// Takes the node and everything below it out of the document and frees it.
+    /// Puts a copy of a node, of this or another document, and of all below it in front of the element's children.
+    Node prependCopy(const Node& other) const;
+    /// Puts such a copy in the place of this node, which is removed.
+    Node replaceByCopy(const Node& other) const;
+    /// Takes the node, with everything below it, out of the tree. It has no parent then; its memory goes with the
+    /// document.
     void remove() const;
+
+    /// The element alone as one text, without a declaration: nothing is indented, empty elements close themselves.
+    std::string serialized() const;
 
     bool operator==(const Node&) const = default;
 
@@ -86,9 +107,16 @@ class Document {
     std::string serialized(bool pretty) const;
 
   private:
+    friend class Node;
     struct Owner;
     explicit Document(std::shared_ptr<Owner> owner) : owner_(std::move(owner)) {}
     std::shared_ptr<Owner> owner_;
 };
+
+/// Calls back for the start of every element, in document order and without building a tree, until the visitor returns
+/// false. What is wrong with the text ends the calls as the end of the text does: nothing is said about it.
+/// @param visit receives the element's name, with its prefix if it has one, and its attributes
+void forEachElement(std::string_view bytes,
+                    const std::function<bool(const std::string& name, const Attributes& attributes)>& visit);
 
 } // namespace corvane::XML

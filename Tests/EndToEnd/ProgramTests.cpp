@@ -9,6 +9,7 @@
 
 #include <csignal>
 #include <system_error>
+#include <thread>
 
 namespace corvane {
 namespace {
@@ -66,6 +67,13 @@ class RunningProgram {
     std::string seen_;
 };
 
+/// The program at a place of its own, where its tools are those that a test puts into prefix/libexec/corvane.
+std::string installedCopy(const Sandbox& sandbox) {
+    FileManager::createDirectory(sandbox / "prefix/bin");
+    std::filesystem::copy_file(corvane(), sandbox / "prefix/bin/corvane");
+    return (sandbox / "prefix/bin/corvane").string();
+}
+
 Strings signCommand(const SigningMachine& machine, const FileURL& package) {
     return {corvane(),           "sign",         package.string(),          "--sign", machine.identity(),
             "--allow-untrusted", "--output-dir", (machine / "out").string()};
@@ -93,11 +101,10 @@ TEST(Program, printsItsVersionAndHelp) {
 
 TEST(Program, findsItsToolsBesideItselfWhereverItLies) {
     const Sandbox sandbox;
-    FileManager::createDirectory(sandbox / "prefix/bin");
-    std::filesystem::copy_file(corvane(), sandbox / "prefix/bin/corvane");
+    const std::string installed = installedCopy(sandbox);
     sandbox.writeScript("prefix/libexec/corvane/security", "echo '1) 0 \"Developer ID Installer: X\"'");
-    EXPECT_EQ(run({(sandbox / "prefix/bin/corvane").string(), "identities"}).output, "Developer ID Installer: X\n");
-    std::filesystem::create_symlink(sandbox / "prefix/bin/corvane", sandbox / "link");
+    EXPECT_EQ(run({installed, "identities"}).output, "Developer ID Installer: X\n");
+    std::filesystem::create_symlink(installed, sandbox / "link");
     EXPECT_EQ(run({(sandbox / "link").string(), "identities"}).output, "Developer ID Installer: X\n");
     std::filesystem::remove(sandbox / "prefix/libexec/corvane/security");
     EXPECT_EQ(run({(sandbox / "link").string(), "identities"}).errors, "No Developer ID Installer identities found.\n");
@@ -116,11 +123,14 @@ TEST(Program, anInterruptEndsAJobThatWaitsForATimestamp) {
 }
 
 TEST(Program, anInterruptEndsAListingBySignalOnceItsFolderIsGone) {
+    const Sandbox sandbox;
     const SigningMachine machine;
-    const FileURL package = machine.makeProduct("Large.pkg", std::size_t{200} << 20);
-    RunningProgram program({corvane(), "components", package.string()});
-    while (machine.temporaryFiles().empty()) {
-    }
+    const std::string installed = installedCopy(sandbox);
+    sandbox.writeScript("prefix/libexec/corvane/pkgutil",
+                        "echo > '" + (sandbox / "reached").string() + "'\nexec sleep 60");
+    RunningProgram program({installed, "components", machine.makeProduct().string()});
+    while (!FileManager::fileExists(sandbox / "reached")) std::this_thread::yield();
+    EXPECT_EQ(machine.temporaryFiles().size(), 1U);
     program.signal(SIGINT);
     EXPECT_EQ(program.finish(), 128 + SIGINT);
     EXPECT_EQ(machine.temporaryFiles(), Strings{});
