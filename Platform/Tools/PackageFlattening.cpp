@@ -91,7 +91,8 @@ class Flattening {
         const FileURL archive = work_.url() / ("Scripts" + std::to_string(++scriptsCount_));
         AtomicFile output(archive);
         Gzip::Writer writer([&](std::string_view bytes) { output.write(bytes); });
-        Cpio::archiveFolder(folder, latestTime_, stop_, [&](std::string_view bytes) { writer.write(bytes); });
+        Cpio::archiveFolder(FolderTree(folder, stop_), latestTime_, stop_,
+                            [&](std::string_view bytes) { writer.write(bytes); });
         writer.finish();
         output.commit();
         return archive;
