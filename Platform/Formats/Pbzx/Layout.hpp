@@ -13,6 +13,9 @@ constexpr std::string_view magic = "pbzx";
 /// Bytes of a full block, as the package tools write them.
 constexpr std::uint64_t standardBlockSize = std::uint64_t{1} << 24;
 
+/// Bytes of the magic and the block size.
+constexpr std::uint64_t headerSize = 12;
+
 /// Bytes of the two lengths before a chunk's data.
 constexpr std::uint64_t chunkHeaderSize = 16;
 

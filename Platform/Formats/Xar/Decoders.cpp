@@ -2,9 +2,9 @@
 
 #include "Platform/Formats/DecodingSource.hpp"
 #include "Platform/Formats/Gzip/Reader.hpp"
+#include "Platform/Formats/Lzma/Reader.hpp"
 
 #include <bzlib.h>
-#include <lzma.h>
 
 #include <algorithm>
 #include <new>
@@ -43,39 +43,6 @@ class Bzip2Decoder : public DecodingSource {
     bz_stream stream_{};
 };
 
-/// Decodes both containers of LZMA data, the old one and xz; each tells itself by its first bytes.
-class LzmaDecoder : public DecodingSource {
-  public:
-    explicit LzmaDecoder(ByteSource& encoded) : DecodingSource(encoded, "lzma") {
-        if (lzma_auto_decoder(&stream_, memoryLimit, 0) != LZMA_OK) throw std::bad_alloc();
-    }
-    LzmaDecoder(const LzmaDecoder&) = delete;
-    LzmaDecoder& operator=(const LzmaDecoder&) = delete;
-    ~LzmaDecoder() override { lzma_end(&stream_); }
-
-  protected:
-    bool decode(std::string_view& input, std::span<char>& output) override {
-        stream_.next_in = reinterpret_cast<const std::uint8_t*>(input.data());
-        stream_.avail_in = input.size();
-        stream_.next_out = reinterpret_cast<std::uint8_t*>(output.data());
-        stream_.avail_out = output.size();
-        const lzma_ret status = lzma_code(&stream_, LZMA_RUN);
-        input.remove_prefix(input.size() - stream_.avail_in);
-        output = output.last(stream_.avail_out);
-        if (status == LZMA_MEM_ERROR) throw std::bad_alloc();
-        if (status == LZMA_MEMLIMIT_ERROR) fail("expected a dictionary of at most 64 MiB, found a larger one");
-        if (status != LZMA_OK && status != LZMA_STREAM_END && status != LZMA_BUF_ERROR) {
-            fail("expected LZMA data, found something else");
-        }
-        return status == LZMA_STREAM_END;
-    }
-
-  private:
-    /// Enough for the largest dictionary that the usual encoders choose, 64 MiB.
-    static constexpr std::uint64_t memoryLimit = std::uint64_t{80} << 20;
-    lzma_stream stream_ = LZMA_STREAM_INIT;
-};
-
 } // namespace
 
 std::unique_ptr<ByteSource> makeDecoder(Encoding encoding, ByteSource& encoded) {
@@ -86,7 +53,7 @@ std::unique_ptr<ByteSource> makeDecoder(Encoding encoding, ByteSource& encoded) 
         return std::make_unique<Bzip2Decoder>(encoded);
     case Encoding::lzma:
     case Encoding::xz:
-        return std::make_unique<LzmaDecoder>(encoded);
+        return std::make_unique<Lzma::Reader>(encoded, Lzma::Container::either);
     case Encoding::stored:
         break;
     }
