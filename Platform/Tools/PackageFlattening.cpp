@@ -112,4 +112,8 @@ void flattenPackage(const FileURL& folder, const FileURL& package, const std::st
                       stop);
 }
 
+std::vector<Xar::NewEntry> folderEntries(const FileURL& folder, const std::stop_token& stop) {
+    return Flattening(stop).entries(folder, false, 1);
+}
+
 } // namespace corvane::Tools
