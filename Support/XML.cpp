@@ -250,6 +250,10 @@ Node Node::insertElementAfter(const std::string& name) const {
     return Node(xmlAddNextSibling(raw(node_), xmlNewNode(nullptr, xml(name))));
 }
 
+void Node::appendText(const std::string& text) const { xmlAddChild(raw(node_), xmlNewText(xml(text))); }
+
+void Node::insertTextBefore(const std::string& text) const { xmlAddPrevSibling(raw(node_), xmlNewText(xml(text))); }
+
 Node Node::prependCopy(const Node& other) const {
     xmlNode* copy = copyFor(raw(node_), raw(other.node_));
     xmlNode* first = raw(node_)->children;

@@ -62,6 +62,9 @@ class Node {
     /// Adds a new element directly before, or directly behind, this one.
     Node insertElementBefore(const std::string& name) const;
     Node insertElementAfter(const std::string& name) const;
+    /// Adds character data behind what is in the element, or directly before this node.
+    void appendText(const std::string& text) const;
+    void insertTextBefore(const std::string& text) const;
     /// Puts a copy of a node, of this or another document, and of all below it in front of the element's children.
     Node prependCopy(const Node& other) const;
     /// Puts such a copy in the place of this node, which is removed.

@@ -13,10 +13,12 @@
 namespace corvane::Tools {
 namespace {
 
-constexpr std::array<Tool, 6> tools{{
+constexpr std::array<Tool, 8> tools{{
     {"installer", "say what a package would install", &installer},
+    {"pkgbuild", "make component packages", &pkgbuild},
     {"pkgutil", "open and close packages, report on signatures", &pkgutil},
     {"plutil", "extract values from property lists", &plutil},
+    {"productbuild", "make products of component packages", &productbuild},
     {"productsign", "sign a package", &productsign},
     {"security", "show and change the keychain", &security},
     {"spctl", "say whether a Mac accepts a package", &spctl},

@@ -91,7 +91,8 @@ class Flattening {
         const FileURL archive = work_.url() / ("Scripts" + std::to_string(++scriptsCount_));
         AtomicFile output(archive);
         Gzip::Writer writer([&](std::string_view bytes) { output.write(bytes); });
-        Cpio::archiveFolder(folder, latestTime_, stop_, [&](std::string_view bytes) { writer.write(bytes); });
+        Cpio::archiveFolder(FolderTree(folder, stop_), latestTime_, stop_,
+                            [&](std::string_view bytes) { writer.write(bytes); });
         writer.finish();
         output.commit();
         return archive;
@@ -109,6 +110,10 @@ void flattenPackage(const FileURL& folder, const FileURL& package, const std::st
     Flattening flattening(stop);
     Xar::writeArchive(flattening.entries(folder, true), package, static_cast<std::int64_t>(sourceDate().value_or(0)),
                       stop);
+}
+
+std::vector<Xar::NewEntry> folderEntries(const FileURL& folder, const std::stop_token& stop) {
+    return Flattening(stop).entries(folder, false, 1);
 }
 
 } // namespace corvane::Tools

@@ -1,8 +1,10 @@
 #pragma once
 
+#include "Platform/Formats/Xar/NewEntry.hpp"
 #include "Support/FileURL.hpp"
 
 #include <stop_token>
+#include <vector>
 
 namespace corvane::Tools {
 
@@ -12,5 +14,9 @@ namespace corvane::Tools {
 /// content gives the same bytes.
 /// @throws FileError, FormatError, CancellationError
 void flattenPackage(const FileURL& folder, const FileURL& package, const std::stop_token& stop);
+
+/// What is in a folder as entries of an archive, compressed, sorted by name; no name has a meaning of its own.
+/// @throws FileError, FormatError, CancellationError
+std::vector<Xar::NewEntry> folderEntries(const FileURL& folder, const std::stop_token& stop);
 
 } // namespace corvane::Tools

@@ -31,8 +31,10 @@ struct Tool {
 
 /// Each tool's own file defines its function; the table stands in Main.cpp.
 int installer(const Arguments& arguments);
+int pkgbuild(const Arguments& arguments);
 int pkgutil(const Arguments& arguments);
 int plutil(const Arguments& arguments);
+int productbuild(const Arguments& arguments);
 int productsign(const Arguments& arguments);
 int security(const Arguments& arguments);
 int spctl(const Arguments& arguments);

@@ -1,6 +1,6 @@
 // Says what a package would install. It installs nothing.
 
-#include "Platform/Formats/Digest.hpp"
+#include "Platform/Formats/FlatPackage/PackageReference.hpp"
 #include "Platform/Formats/FormatError.hpp"
 #include "Platform/Formats/Xar/Archive.hpp"
 #include "Platform/Formats/Xar/DataReader.hpp"
@@ -21,18 +21,6 @@ XML::Document documentAt(const Xar::Archive& archive, const std::string& path) {
     return XML::Document::parse(readAll(reader, XML::Document::sizeLimit, path), path);
 }
 
-/// "%20" stands for a blank, and so on; a percent sign without two hexadecimal digits stands for itself.
-std::string percentDecoded(const std::string& text) {
-    std::string result;
-    for (std::size_t at = 0; at < text.size(); ++at) {
-        const auto byte =
-            text[at] == '%' && at + 2 < text.size() ? fromHexadecimal(text.substr(at + 1, 2)) : std::nullopt;
-        result += byte ? *byte : text.substr(at, 1);
-        if (byte) at += 2;
-    }
-    return result;
-}
-
 /// The identifier of a component; its folder is "" in a component package.
 std::string componentIdentifier(const Xar::Archive& archive, const std::string& folder) {
     const XML::Document info = documentAt(archive, folder + "PackageInfo");
@@ -50,7 +38,7 @@ std::vector<std::string> referencedFolders(const XML::Document& distribution) {
     for (const XML::Node& reference : distribution.query("//pkg-ref")) {
         const std::string text = Text::trimmingWhitespaceAndNewlines(reference.text());
         if (text.size() < 2 || text.front() != '#') continue;
-        const std::string folder = percentDecoded(text.substr(1)) + "/";
+        const std::string folder = FlatPackage::PackageReference::percentDecoded(text.substr(1)) + "/";
         if (known.insert(folder).second) folders.push_back(folder);
     }
     return folders;

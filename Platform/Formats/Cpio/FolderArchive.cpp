@@ -1,126 +1,96 @@
 #include "Platform/Formats/Cpio/FolderArchive.hpp"
 
 #include "Platform/Formats/Cpio/Writer.hpp"
-#include "Platform/Formats/EntryName.hpp"
-#include "Platform/Formats/FormatError.hpp"
+#include "Platform/Formats/PosixChecksum.hpp"
 #include "Support/CancellationError.hpp"
-#include "Support/FileError.hpp"
-#include "Support/FileManager.hpp"
-#include "Support/UniqueDescriptor.hpp"
-
-#include <fcntl.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <set>
-#include <string>
-#include <vector>
 
 namespace corvane::Cpio {
 namespace {
 
-constexpr std::string_view companionPrefix = "._";
-
-struct stat statusOf(const FileURL& url) {
-    struct stat status {};
-    if (::lstat(url.c_str(), &status) != 0) throw FileError("Cannot read", url, lastSystemError());
-    return status;
-}
-
-/// The names in a folder, sorted, companions apart from what they accompany.
-struct Listing {
-    std::set<std::string> names;
-    std::set<std::string> companions;
-
-    explicit Listing(const FileURL& folder) {
-        for (const FileURL& url : FileManager::contentsOfDirectory(folder)) names.insert(url.filename());
-        for (const std::string& name : names) {
-            if (name.starts_with(companionPrefix) && names.contains(name.substr(companionPrefix.size()))) {
-                companions.insert(name);
-            }
-        }
-        for (const std::string& name : companions) names.erase(name);
-    }
-};
-
-class FolderArchiver {
+/// Passes a file's bytes on and computes their checksum.
+class ChecksummedFile : public ByteSource {
   public:
-    FolderArchiver(std::optional<std::uint64_t> latestTime, const std::stop_token& stop,
-                   const std::function<void(std::string_view)>& sink)
-        : latestTime_(latestTime), stop_(stop), writer_([this, &sink](std::string_view bytes) {
-              checkCancellation(stop_);
-              sink(bytes);
-          }) {}
+    ChecksummedFile(int descriptor, const FileURL& name, std::uint64_t size) : range_(descriptor, name, 0, size) {}
 
-    void add(const FileURL& url, const std::string& path) {
-        const struct stat status = statusOf(url);
-        if (S_ISDIR(status.st_mode)) return addFolder(url, path, entry(path, status));
-        if (S_ISLNK(status.st_mode)) return addLink(url, entry(path, status));
-        if (S_ISREG(status.st_mode)) return addFile(url, entry(path, status), status);
-        throw FormatError("cpio: " + url.string() + " is neither a file, a folder nor a link");
+    std::size_t read(std::span<char> buffer) override {
+        const std::size_t count = range_.read(buffer);
+        checksum_.update({buffer.data(), count});
+        return count;
     }
-
-    void finish() { writer_.finish(); }
+    std::uint32_t checksum() { return checksum_.finish(); }
 
   private:
-    Entry entry(const std::string& path, const struct stat& status) {
-        if (path != ".") EntryName::checkPath(path, "cpio");
-        const auto time = static_cast<std::uint64_t>(std::max<time_t>(status.st_mtime, 0));
-        return {.path = path,
-                .mode = status.st_mode,
-                .inode = count_++,
-                .modificationTime = std::min(time, latestTime_.value_or(time))};
-    }
-
-    void addFolder(const FileURL& url, const std::string& path, Entry folder) {
-        const Listing listing(url);
-        folder.linkCount = static_cast<std::uint32_t>(2 + listing.names.size());
-        writer_.add(folder);
-        for (const std::string& name : listing.names) {
-            const std::string childPath = path == "." ? name : path + "/" + name;
-            add(url / name, childPath);
-            const std::string companion = std::string(companionPrefix) + name;
-            if (listing.companions.contains(companion)) addCompanion(url, path, name, companion);
-        }
-    }
-
-    void addCompanion(const FileURL& folder, const std::string& path, const std::string& name,
-                      const std::string& companion) {
-        struct stat status = statusOf(folder / companion);
-        if (!S_ISREG(status.st_mode)) throw FormatError("cpio: " + (folder / companion).string() + " is no file");
-        status.st_mode = S_IFREG | 0644;
-        status.st_mtime = statusOf(folder / name).st_mtime;
-        addFile(folder / companion, entry(path == "." ? companion : path + "/" + companion, status), status);
-    }
-
-    void addLink(const FileURL& url, Entry link) {
-        link.linkTarget = std::filesystem::read_symlink(url).string();
-        // Links have no permissions of their own; systems show different ones.
-        link.mode = S_IFLNK | 0755;
-        writer_.add(link);
-    }
-
-    void addFile(const FileURL& url, Entry file, const struct stat& status) {
-        const UniqueDescriptor descriptor(::open(url.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
-        if (!descriptor) throw FileError("Cannot read", url, lastSystemError());
-        file.size = static_cast<std::uint64_t>(status.st_size);
-        FileRange content(descriptor.get(), url, 0, file.size);
-        writer_.add(file, &content);
-    }
-
-    std::optional<std::uint64_t> latestTime_;
-    std::stop_token stop_;
-    Writer writer_;
-    std::uint64_t count_ = 0;
+    FileRange range_;
+    PosixChecksum checksum_;
 };
+
+/// Numbers of files with several names come once in an archive, also where counting goes round.
+class Inodes {
+  public:
+    explicit Inodes(const FolderTree& tree) : tree_(tree), numbers_(tree.entries().size()) {}
+
+    std::uint64_t number(std::size_t place) {
+        const FolderTree::Entry& entry = tree_.entries()[place];
+        if (entry.nameCount == 1) return place;
+        if (entry.firstName != place) return numbers_[entry.firstName];
+        std::uint64_t number = place;
+        while (!shared_.insert(number & inodeMask).second) ++number;
+        return numbers_[place] = number;
+    }
+
+  private:
+    const FolderTree& tree_;
+    std::vector<std::uint64_t> numbers_;
+    std::set<std::uint64_t> shared_;
+};
+
+Entry headerOf(const FolderTree& tree, const FolderTree::Entry& source, std::optional<std::uint64_t> latestTime) {
+    const auto& timed = source.isCompanion ? tree.entries()[source.owner] : source;
+    const auto time = static_cast<std::uint64_t>(std::max<time_t>(timed.modified.tv_sec, 0));
+    Entry entry{.path = source.path,
+                .mode = source.mode,
+                .linkCount = source.nameCount,
+                .modificationTime = std::min(time, latestTime.value_or(time)),
+                .linkTarget = source.linkTarget};
+    if (source.isDirectory()) entry.linkCount = 2 + source.childCount;
+    if (source.isFile()) entry.size = source.size;
+    if (source.isCompanion) entry.mode = S_IFREG | 0644;
+    // Links have no permissions of their own; systems show different ones.
+    if (source.isSymbolicLink()) entry.mode = S_IFLNK | 0755;
+    return entry;
+}
 
 } // namespace
 
-void archiveFolder(const FileURL& folder, std::optional<std::uint64_t> latestTime, const std::stop_token& stop,
-                   const std::function<void(std::string_view)>& sink) {
-    FolderArchiver archiver(latestTime, stop, sink);
-    archiver.add(folder, ".");
-    archiver.finish();
+std::vector<std::uint32_t> archiveFolder(const FolderTree& tree, std::optional<std::uint64_t> latestTime,
+                                         const std::stop_token& stop,
+                                         const std::function<void(std::string_view)>& sink) {
+    Writer writer([&](std::string_view bytes) {
+        checkCancellation(stop);
+        sink(bytes);
+    });
+    Inodes inodes(tree);
+    std::vector<std::uint32_t> checksums(tree.entries().size());
+    for (std::size_t place = 0; place < checksums.size(); ++place) {
+        const FolderTree::Entry& source = tree.entries()[place];
+        Entry entry = headerOf(tree, source, latestTime);
+        entry.inode = inodes.number(place);
+        if (!source.isFile()) {
+            writer.add(entry);
+            continue;
+        }
+        const UniqueDescriptor file = tree.openFile(source);
+        ChecksummedFile content(file.get(), tree.url(source), source.size);
+        writer.add(entry, &content);
+        tree.requireUnchanged(source, file);
+        checksums[place] = content.checksum();
+    }
+    tree.requireUnchangedFolders();
+    writer.finish();
+    return checksums;
 }
 
 } // namespace corvane::Cpio

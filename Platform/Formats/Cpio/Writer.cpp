@@ -2,14 +2,10 @@
 
 #include "Platform/Formats/FormatError.hpp"
 
-#include <vector>
-
 namespace corvane::Cpio {
 namespace {
 
 constexpr std::uint64_t blockSize = 512;
-/// Inode numbers have six octal digits; archives with more entries count round.
-constexpr std::uint64_t inodeMask = 0777777;
 
 std::string octal(std::uint64_t value, std::size_t digits, std::string_view what) {
     std::string text(digits, '0');
@@ -43,11 +39,11 @@ void Writer::header(std::string_view name, const Entry& entry, std::uint64_t siz
 }
 
 void Writer::copy(ByteSource& data, std::uint64_t size) {
-    std::vector<char> buffer(sourceBufferSize);
-    while (const std::size_t count = data.read(buffer)) {
+    buffer_.resize(sourceBufferSize);
+    while (const std::size_t count = data.read(buffer_)) {
         if (count > size) throw FormatError("cpio: a file grew while it was archived");
         size -= count;
-        emit({buffer.data(), count});
+        emit({buffer_.data(), count});
     }
     if (size != 0) throw FormatError("cpio: a file shrank while it was archived");
 }

@@ -6,8 +6,12 @@
 #include <cstdint>
 #include <functional>
 #include <string_view>
+#include <vector>
 
 namespace corvane::Cpio {
+
+/// Inode numbers have six octal digits; archives with more entries count round.
+constexpr std::uint64_t inodeMask = 0777777;
 
 /// Writes an archive in the octal form as package tools do: names behind "./", devices 0, zeros up to a multiple
 /// of 512 bytes at the end.
@@ -30,6 +34,7 @@ class Writer {
     void copy(ByteSource& data, std::uint64_t size);
 
     Sink sink_;
+    std::vector<char> buffer_;
     std::uint64_t count_ = 0;
     std::uint64_t offset_ = 0;
 };

@@ -33,7 +33,7 @@ std::string archivedBy(const std::vector<std::string>& command, const FileURL& t
 
 std::string folderArchive(const FileURL& folder, std::optional<std::uint64_t> latestTime = {}) {
     std::string bytes;
-    archiveFolder(folder, latestTime, {}, [&](std::string_view piece) { bytes += piece; });
+    archiveFolder(FolderTree(folder, {}), latestTime, {}, [&](std::string_view piece) { bytes += piece; });
     return bytes;
 }
 
