@@ -16,8 +16,8 @@ namespace {
 using Xar::Entry;
 using Xar::EntryType;
 
-/// Archives that can be expanded stand at the top of a product or of a component, which has a PackageInfo.
-bool isArchive(const Xar::TableOfContents& contents, const std::string& path, const Entry& entry) {
+/// Where names have their meaning: at the top of a product or of a component, which has a PackageInfo.
+bool isAtTopOfPackage(const Xar::TableOfContents& contents, const std::string& path, const Entry& entry) {
     if (path == entry.name) return true;
     const std::string component = path.substr(0, path.find('/'));
     return path == component + "/" + entry.name && contents.find(component + "/PackageInfo") != nullptr;
@@ -46,7 +46,7 @@ class Expansion {
         case EntryType::file:
             return addFile(path, entry);
         case EntryType::symbolicLink:
-            return folder_.addSymbolicLink(path, entry.linkTarget, attributes(entry));
+            return addSymbolicLink(path, entry);
         case EntryType::hardLink:
             hardLinks_.emplace(path, entry.originalID);
             return;
@@ -60,6 +60,15 @@ class Expansion {
         FileAttributes folder = attributes(entry);
         if (folder.mode) *folder.mode |= 0700U;
         folder_.addFolder(path, folder);
+    }
+
+    /// Whoever works on the expanded package takes what stands there for the package's own: through a link, a payload
+    /// could be any folder of this machine.
+    void addSymbolicLink(const std::string& path, const Entry& entry) {
+        if (isAtTopOfPackage(archive_.contents(), path, entry)) {
+            throw FormatError("xar: " + path + " is a link, where a package has a file or a folder");
+        }
+        folder_.addSymbolicLink(path, entry.linkTarget, attributes(entry));
     }
 
     void addFile(const std::string& path, const Entry& entry) {
@@ -79,7 +88,7 @@ class Expansion {
 
     bool isToBecomeFolder(const std::string& path, const Entry& entry) const {
         const bool isWanted = entry.name == "Scripts" || (entry.name == "Payload" && payloads_ == Payloads::expand);
-        return isWanted && isArchive(archive_.contents(), path, entry);
+        return isWanted && isAtTopOfPackage(archive_.contents(), path, entry);
     }
 
     void addArchive(const std::string& path, ByteSource& content) {
