@@ -3,7 +3,7 @@
 #include "Platform/Formats/Cpio/Extraction.hpp"
 #include "Platform/Formats/ExtractionFolder.hpp"
 #include "Platform/Formats/FormatError.hpp"
-#include "Platform/Formats/Gzip/Reader.hpp"
+#include "Platform/Formats/Payload/Reader.hpp"
 #include "Platform/Formats/Xar/Archive.hpp"
 #include "Platform/Formats/Xar/DataReader.hpp"
 #include "Support/AtomicFolder.hpp"
@@ -16,9 +16,8 @@ namespace {
 using Xar::Entry;
 using Xar::EntryType;
 
-/// The archive of installer scripts stands at the top of a product or of a component, which has a PackageInfo.
-bool isScriptsArchive(const Xar::TableOfContents& contents, const std::string& path, const Entry& entry) {
-    if (entry.name != "Scripts" || entry.type != EntryType::file) return false;
+/// Archives that can be expanded stand at the top of a product or of a component, which has a PackageInfo.
+bool isArchive(const Xar::TableOfContents& contents, const std::string& path, const Entry& entry) {
     if (path == entry.name) return true;
     const std::string component = path.substr(0, path.find('/'));
     return path == component + "/" + entry.name && contents.find(component + "/PackageInfo") != nullptr;
@@ -26,7 +25,8 @@ bool isScriptsArchive(const Xar::TableOfContents& contents, const std::string& p
 
 class Expansion {
   public:
-    Expansion(const Xar::Archive& archive, ExtractionFolder& folder) : archive_(archive), folder_(folder) {}
+    Expansion(const Xar::Archive& archive, Payloads payloads, ExtractionFolder& folder)
+        : archive_(archive), payloads_(payloads), folder_(folder) {}
 
     void run() {
         archive_.contents().visit([&](const std::string& path, const Entry& entry) { add(path, entry); });
@@ -70,18 +70,21 @@ class Expansion {
                 return folder_.addFile(path, attributes(entry), 0, nothing);
             }
             Xar::DataReader content(archive_, *entry.data);
-            if (isScriptsArchive(archive_.contents(), path, entry)) return addScripts(path, content);
+            if (isToBecomeFolder(path, entry)) return addArchive(path, content);
             folder_.addFile(path, attributes(entry), entry.data->size, content);
         } catch (const FormatError& error) {
             throw FormatError(path + ": " + error.what());
         }
     }
 
-    void addScripts(const std::string& path, ByteSource& content) {
-        PeekingSource peeking(content, 2);
-        const bool compressed = peeking.front() == "\x1f\x8b";
-        Gzip::Reader unzipped(peeking);
-        Cpio::Reader entries(compressed ? static_cast<ByteSource&>(unzipped) : peeking);
+    bool isToBecomeFolder(const std::string& path, const Entry& entry) const {
+        const bool isWanted = entry.name == "Scripts" || (entry.name == "Payload" && payloads_ == Payloads::expand);
+        return isWanted && isArchive(archive_.contents(), path, entry);
+    }
+
+    void addArchive(const std::string& path, ByteSource& content) {
+        Payload::Reader archive(content);
+        Cpio::Reader entries(archive);
         Cpio::extract(entries, folder_, path);
     }
 
@@ -92,6 +95,7 @@ class Expansion {
     }
 
     const Xar::Archive& archive_;
+    Payloads payloads_;
     ExtractionFolder& folder_;
     std::map<std::uint64_t, std::string> filesByID_;
     std::map<std::string, std::uint64_t> hardLinks_;
@@ -99,11 +103,11 @@ class Expansion {
 
 } // namespace
 
-void expandPackage(const FileURL& package, const FileURL& destination, const std::stop_token& stop) {
+void expandPackage(const FileURL& package, const FileURL& destination, Payloads payloads, const std::stop_token& stop) {
     const Xar::Archive archive = Xar::Archive::open(package);
     AtomicFolder output(destination);
     ExtractionFolder folder(output.url(), stop);
-    Expansion(archive, folder).run();
+    Expansion(archive, payloads, folder).run();
     output.commit();
 }
 

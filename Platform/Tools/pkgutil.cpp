@@ -12,6 +12,7 @@ namespace corvane::Tools {
 namespace {
 
 constexpr const char* usage = "Usage: pkgutil --expand PACKAGE FOLDER\n"
+                              "       pkgutil --expand-full PACKAGE FOLDER\n"
                               "       pkgutil --flatten FOLDER PACKAGE\n"
                               "       pkgutil --check-signature PACKAGE";
 
@@ -21,13 +22,13 @@ int reportFailure(const FileURL& package, const std::exception& error) {
     return 1;
 }
 
-int expand(const FileURL& package, const FileURL& folder) {
+int expand(const FileURL& package, const FileURL& folder, Payloads payloads) {
     if (std::filesystem::exists(std::filesystem::symlink_status(folder))) {
         throw FileError("Cannot create the folder", folder, std::make_error_code(std::errc::file_exists));
     }
     return runUntilTerminated([&](const std::stop_token& stop) {
         try {
-            expandPackage(package, folder, stop);
+            expandPackage(package, folder, payloads, stop);
             return 0;
         } catch (const CancellationError&) {
             throw;
@@ -47,7 +48,10 @@ int flatten(const FileURL& folder, const FileURL& package) {
 } // namespace
 
 int pkgutil(const Arguments& arguments) {
-    if (arguments.size() == 3 && arguments[0] == "--expand") return expand(arguments[1], arguments[2]);
+    if (arguments.size() == 3 && arguments[0] == "--expand") return expand(arguments[1], arguments[2], Payloads::keep);
+    if (arguments.size() == 3 && arguments[0] == "--expand-full") {
+        return expand(arguments[1], arguments[2], Payloads::expand);
+    }
     if (arguments.size() == 3 && arguments[0] == "--flatten") return flatten(arguments[1], arguments[2]);
     if (arguments.size() == 2 && arguments[0] == "--check-signature") return reportPackageSignature(arguments[1]);
     throw UsageError(usage);

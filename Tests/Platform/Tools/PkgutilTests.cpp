@@ -1,3 +1,4 @@
+#include "Platform/Formats/Pbzx/Writer.hpp"
 #include "Support/FileManager.hpp"
 #include "Tests/Platform/Formats/Xar/ArchiveBuilder.hpp"
 #include "Tests/TestSupport.hpp"
@@ -7,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 
 namespace corvane {
@@ -99,6 +101,117 @@ TEST(Pkgutil, expandsRealPackagesLikeOtherPrograms) {
         EXPECT_EQ(TestSupport::run({pkgutil, "--flatten", sandbox / "out", sandbox / "flat.pkg"}).status, 0);
         EXPECT_EQ(expand(sandbox / "flat.pkg", sandbox / "again").status, 0);
         EXPECT_EQ(treeDifference(sandbox / "out", sandbox / "again"), "");
+    }
+}
+
+/// Name, type, mode, time in seconds, number of links and target of everything in a folder; not of the folder itself,
+/// which other programs leave alone.
+std::string treeDetails(const FileURL& folder) {
+    return TestSupport::run({"sh", "-c", "find . -mindepth 1 -printf '%p %y %m %Ts %n %l\\n' | sort"},
+                            {.folder = folder})
+        .output;
+}
+
+TEST(Pkgutil, expandsRealPayloadsLikeOtherPrograms) {
+    CORVANE_REQUIRE_SAMPLES();
+    for (const FileURL& url : FileManager::contentsOfDirectory(*TestSupport::samples() / "pkg")) {
+        SCOPED_TRACE(url);
+        const Sandbox sandbox;
+        const auto outcome = TestSupport::run({pkgutil, "--expand-full", url, sandbox / "out"});
+        EXPECT_EQ(outcome.status, 0) << outcome.errors;
+        EXPECT_EQ(expand(url, sandbox / "other").status, 0);
+        for (const auto& each : std::filesystem::recursive_directory_iterator(sandbox / "other")) {
+            if (each.path().filename() != "Payload" || !each.is_regular_file()) continue;
+            const FileURL payload = each.path();
+            const FileURL expanded = sandbox / "out" / std::filesystem::relative(payload, sandbox / "other");
+            std::filesystem::rename(payload, sandbox / "archive");
+            FileManager::createDirectory(payload);
+            TestSupport::run({"bsdtar", "-xp", "--no-same-owner", "-f", sandbox / "archive"}, {.folder = payload});
+            EXPECT_EQ(treeDetails(expanded), treeDetails(payload));
+        }
+        EXPECT_EQ(treeDifference(sandbox / "other", sandbox / "out"), "");
+    }
+}
+
+/// A tree with what payloads hold beside plain files.
+void makePayloadTree(const Sandbox& sandbox, const FileURL& tree) {
+    sandbox.writeScript("tree/usr/bin/tool", "exit 0\n");
+    sandbox.write("tree/usr/share/large", std::string(300000, 'l'));
+    sandbox.write("tree/usr/share/._large", "attributes");
+    std::filesystem::create_hard_link(tree / "usr/share/large", tree / "usr/share/same");
+    std::filesystem::create_symlink("/etc/hosts", tree / "usr/hosts");
+    std::filesystem::permissions(tree / "usr/bin/tool", std::filesystem::perms(04755));
+    std::filesystem::permissions(tree / "usr/share", std::filesystem::perms(0555));
+    for (const char* name : {"usr/bin/tool", "usr/share", "usr", "."}) {
+        std::filesystem::last_write_time(tree / name,
+                                         std::filesystem::file_time_type(std::chrono::seconds(-5000000000)));
+    }
+}
+
+TEST(Pkgutil, expandsPayloadsOfEveryForm) {
+    const Sandbox sandbox;
+    const FileURL tree = sandbox / "tree";
+    makePayloadTree(sandbox, tree);
+    const std::string archive =
+        TestSupport::run({"sh", "-c", "find . -depth | sort | cpio -o -H odc --quiet"}, {.folder = tree}).output;
+    std::string pbzx;
+    Pbzx::Writer writer([&](std::string_view bytes) { pbzx += bytes; });
+    writer.write(archive);
+    writer.finish();
+    const std::string gzip = TestSupport::run({"gzip", "-c"}, {.input = archive}).output;
+    int number = 0;
+    for (const std::string& payload : {archive, gzip, pbzx}) {
+        SCOPED_TRACE(++number);
+        const std::string name = std::to_string(number);
+        sandbox.write(name + "/Product.pkg/PackageInfo", "<pkg-info/>");
+        sandbox.write(name + "/Product.pkg/Payload", payload);
+        sandbox.write(name + "/Other/Payload", "no component, no payload");
+        sandbox.write(name + "/Payload/is", "a folder");
+        EXPECT_EQ(TestSupport::run({pkgutil, "--flatten", sandbox / name, sandbox / (name + ".pkg")}).status, 0);
+        const auto outcome = TestSupport::run({pkgutil, "--expand-full", sandbox / (name + ".pkg"), sandbox / "out"});
+        ASSERT_EQ(outcome.status, 0) << outcome.errors;
+        EXPECT_EQ(outcome.output + outcome.errors, "");
+        EXPECT_EQ(treeDifference(tree, sandbox / "out/Product.pkg/Payload"), "");
+        EXPECT_EQ(treeDetails(tree), treeDetails(sandbox / "out/Product.pkg/Payload"));
+        EXPECT_EQ(std::filesystem::last_write_time(tree),
+                  std::filesystem::last_write_time(sandbox / "out/Product.pkg/Payload"));
+        EXPECT_EQ(TestSupport::read(sandbox / "out/Other/Payload"), "no component, no payload");
+        EXPECT_EQ(TestSupport::read(sandbox / "out/Payload/is"), "a folder");
+        FileManager::removeItem(sandbox / "out");
+    }
+}
+
+TEST(Pkgutil, leavesNothingOfAPayloadThatItRefuses) {
+    const Sandbox sandbox;
+    sandbox.write("tree/file", std::string(100000, 'f'));
+    const std::string archive =
+        TestSupport::run({"cpio", "-o", "-H", "odc", "--quiet"}, {.folder = sandbox / "tree", .input = "file\n"})
+            .output;
+    const std::string gzip = TestSupport::run({"gzip", "-c"}, {.input = archive}).output;
+    std::string outside = archive;
+    outside.replace(outside.find("file"), 4, "/tmp");
+    struct Case {
+        std::string payload;
+        std::string reason;
+    };
+    const std::vector<Case> cases{{"pbze1234", "found \"pbze12\""},
+                                  {"", "found \"\""},
+                                  {gzip.substr(0, gzip.size() - 1), "gzip: offset "},
+                                  {gzip + gzip, "gzip: offset "},
+                                  {archive.substr(0, 50000), "cpio: offset "},
+                                  {outside, "cpio: "},
+                                  {std::string("pbzx\0\0\0\0\1\0\0\0", 12) + archive, "pbzx: offset 12"}};
+    for (const Case& each : cases) {
+        sandbox.write("package/PackageInfo", "<pkg-info/>");
+        sandbox.write("package/Payload", each.payload);
+        const FileURL package = sandbox / "bad.pkg";
+        FileManager::removeItem(package);
+        EXPECT_EQ(TestSupport::run({pkgutil, "--flatten", sandbox / "package", package}).status, 0);
+        const auto outcome = TestSupport::run({pkgutil, "--expand-full", package, sandbox / "out"});
+        EXPECT_EQ(outcome.status, 1) << each.reason;
+        EXPECT_EQ(outcome.errors.find("Could not open package for expansion: " + package.string() + "\nPayload: "), 0U);
+        EXPECT_NE(outcome.errors.find(each.reason), std::string::npos) << outcome.errors;
+        EXPECT_EQ(countEntries(sandbox.url()), 3U);
     }
 }
 
