@@ -143,7 +143,7 @@ void compareWithPayload(const Entry& entry, const Cpio::Entry& header, std::stri
     }
     EXPECT_EQ(entry.mode, header.mode);
     EXPECT_EQ(entry.linkTarget, header.linkTarget);
-    if (hasTimes) EXPECT_EQ(entry.modificationTime, header.modificationTime);
+    EXPECT_EQ(entry.modificationTime, hasTimes ? header.modificationTime : 0);
     EXPECT_EQ(entry.userID, header.userID);
     EXPECT_EQ(entry.groupID, header.groupID);
     if (entry.type == EntryType::directory) return;
