@@ -5,6 +5,7 @@
 #include "Platform/Formats/FlatPackage/PackageReference.hpp"
 
 #include <algorithm>
+#include <optional>
 
 namespace corvane::FlatPackage {
 namespace {
@@ -97,14 +98,16 @@ std::vector<std::string> referencedPackages(const XML::Document& distribution) {
 std::string productDistribution(const XML::Document& distribution,
                                 const std::map<std::string, PackageSummary>& packages) {
     const auto references = namingReferences(distribution);
-    const bool isFromProduct = std::all_of(references.begin(), references.end(), &PackageReference::isEmbedded);
-    Completion completion(distribution);
+    std::optional<Completion> completion;
+    if (!std::all_of(references.begin(), references.end(), &PackageReference::isEmbedded)) {
+        completion.emplace(distribution);
+    }
     for (const XML::Node& reference : references) {
         const std::string name = *PackageReference::packageName(reference);
-        if (isFromProduct) {
-            updateSizes(reference, packages.at(name));
+        if (completion) {
+            completion->complete(reference, name, packages.at(name));
         } else {
-            completion.complete(reference, name, packages.at(name));
+            updateSizes(reference, packages.at(name));
         }
     }
     return documentText(distribution, Declaration::standalone);

@@ -6,7 +6,14 @@
 namespace corvane::FlatPackage::PackageReference {
 namespace {
 
-std::string textOf(const XML::Node& reference) { return Text::trimmingWhitespaceAndNewlines(reference.text()); }
+/// The element's own text, without that of elements in it.
+std::string textOf(const XML::Node& reference) {
+    std::string text;
+    for (const XML::Node& child : reference.children()) {
+        if (child.isText()) text += child.text();
+    }
+    return Text::trimmingWhitespaceAndNewlines(text);
+}
 
 /// What may stand in the fragment of a reference as it is.
 bool isPlain(char byte) {

@@ -131,6 +131,22 @@ TEST(Productbuild, embedsComponentsByteForByteAndResources) {
     EXPECT_EQ(runTool("installer", {"-pkginfo", "-pkg", sandbox / "out.pkg"}).status, 0);
 }
 
+TEST(Productbuild, makesTheExampleProductAgainByteForByte) {
+    const Sandbox sandbox;
+    const Outcome outcome = TestSupport::run(
+        {TestSupport::source("Examples/make"), TestSupport::program("libexec/corvane"), sandbox / "again.pkg"});
+    EXPECT_EQ(outcome.status, 0) << outcome.errors;
+    EXPECT_EQ(TestSupport::read(sandbox / "again.pkg"),
+              TestSupport::read(TestSupport::source("Examples/Harbor Tools.pkg")));
+    ASSERT_EQ(runTool("pkgutil", {"--expand-full", sandbox / "again.pkg", sandbox / "out"}).status, 0);
+    for (const std::string name : {"Monitor", "Setup"}) {
+        const Outcome difference = TestSupport::run({"diff", "-r", "--no-dereference",
+                                                     TestSupport::source("Examples/HarborTools") / name / "root",
+                                                     sandbox / "out" / (name + ".pkg") / "Payload"});
+        EXPECT_EQ(difference.output, "");
+    }
+}
+
 TEST(Productbuild, leavesNothingWhenItFails) {
     const Sandbox sandbox;
     makeComponent(sandbox, "a.pkg", "a", 1);

@@ -195,6 +195,56 @@ TEST(CpioFolderArchive, writesTheFieldsOfPackageTools) {
     EXPECT_EQ(bytes, folderArchive(sandbox / "tree", 5));
 }
 
+TEST(CpioFolderArchive, keepsNamesOfOneFileTogether) {
+    const Sandbox sandbox;
+    sandbox.write("tree/a", "data");
+    std::filesystem::create_hard_link(sandbox / "tree/a", sandbox / "tree/c");
+    std::filesystem::create_hard_link(sandbox / "tree/a", sandbox / "outside");
+    sandbox.write("tree/b", "data");
+    std::filesystem::create_hard_link(sandbox / "tree/b", sandbox / "another name outside");
+    const auto entries = listed(folderArchive(sandbox / "tree"));
+    ASSERT_EQ(entries.size(), 4U);
+    EXPECT_EQ(entries[1].inode, entries[3].inode);
+    EXPECT_EQ(entries[1].linkCount, 2U);
+    EXPECT_EQ(entries[3].size, 4U);
+    EXPECT_EQ(entries[2].linkCount, 1U) << "its other name is not in the archive";
+}
+
+TEST(CpioFolderArchive, keepsEveryFileThatLooksLikeACompanion) {
+    const Sandbox sandbox;
+    for (const char* name : {"a", "._a", "._._a", "._._._a", "._b"}) sandbox.write(std::string("tree/") + name, name);
+    FileManager::createDirectory(sandbox / "tree/c/._c");
+    FileManager::createDirectory(sandbox / "tree/._c");
+    std::vector<std::string> paths;
+    for (const Entry& each : listed(folderArchive(sandbox / "tree"))) paths.push_back(each.path);
+    EXPECT_EQ(paths, (std::vector<std::string>{".", "._._a", "._._._a", "._b", "._c", "a", "._a", "c", "c/._c"}));
+}
+
+TEST(CpioFolderArchive, noticesATreeThatChanges) {
+    const Sandbox sandbox;
+    const FileURL tree = sandbox / "tree";
+    const std::vector<std::function<void()>> changes{[&] { sandbox.write("tree/folder/file", "longer"); },
+                                                     [&] { sandbox.write("tree/folder/new", ""); },
+                                                     [&] { std::filesystem::remove(tree / "folder/file"); },
+                                                     [&] { ::chmod((tree / "folder/file").c_str(), 0700); },
+                                                     [&] { std::filesystem::rename(tree / "folder", tree / "other"); },
+                                                     [&] {
+                                                         std::filesystem::remove(tree / "folder/file");
+                                                         ::mkfifo((tree / "folder/file").c_str(), 0644);
+                                                     }};
+    for (std::size_t which = 0; which < changes.size(); ++which) {
+        FileManager::removeItem(tree);
+        sandbox.write("tree/folder/file", "data");
+        // Long ago, so that every change gives other times.
+        for (const char* path : {"folder/file", "folder", "."}) {
+            std::filesystem::last_write_time(tree / path, std::filesystem::file_time_type{});
+        }
+        const FolderTree walked(tree, {});
+        changes[which]();
+        EXPECT_ANY_THROW(archiveFolder(walked, {}, {}, [](std::string_view) {})) << which;
+    }
+}
+
 TEST(CpioWriter, refusesWhatItsFieldsCannotHold) {
     Writer writer([](std::string_view) {});
     EXPECT_THROW(writer.add({.path = "a", .size = std::uint64_t{1} << 33}), FormatError);
