@@ -35,8 +35,10 @@ class Expansion {
     }
 
   private:
-    static FileAttributes attributes(const Entry& entry) {
-        return {.mode = entry.mode, .modificationTime = entry.modificationTime};
+    /// An entry without a time gets the archive's, so that expanding it again gives the same.
+    FileAttributes attributes(const Entry& entry) const {
+        const auto time = entry.modificationTime ? entry.modificationTime : archive_.contents().creationTime;
+        return {.mode = entry.mode, .modificationTime = time};
     }
 
     void add(const std::string& path, const Entry& entry) {
