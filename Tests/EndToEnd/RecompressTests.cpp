@@ -3,6 +3,7 @@
 #include "Platform/Formats/Bom/Reader.hpp"
 #include "Platform/Formats/Bom/Writer.hpp"
 #include "Support/FileManager.hpp"
+#include "Support/JSON.hpp"
 #include "Tests/EndToEnd/SigningMachine.hpp"
 
 #include <unistd.h>
