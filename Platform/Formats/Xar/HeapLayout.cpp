@@ -19,7 +19,8 @@
 namespace corvane::Xar {
 namespace {
 
-constexpr int compressionLevel = 9;
+/// The best level takes nine times as long for the Bom of 200,000 files, and saves a hundredth.
+constexpr int compressionLevel = 6;
 constexpr DigestKind checksumKind = DigestKind::sha1;
 
 UniqueDescriptor makeNamelessFile(const FileURL& folder) {
