@@ -47,9 +47,8 @@ class Inodes {
     std::set<std::uint64_t> shared_;
 };
 
-Entry headerOf(const FolderTree& tree, const FolderTree::Entry& source, std::optional<std::uint64_t> latestTime) {
-    const auto& timed = source.isCompanion ? tree.entries()[source.owner] : source;
-    const auto time = static_cast<std::uint64_t>(std::max<time_t>(timed.modified.tv_sec, 0));
+Entry headerOf(const FolderTree::Entry& source, std::optional<std::uint64_t> latestTime) {
+    const auto time = static_cast<std::uint64_t>(std::max<time_t>(source.modified.tv_sec, 0));
     Entry entry{.path = source.path,
                 .mode = source.mode,
                 .linkCount = source.nameCount,
@@ -57,7 +56,6 @@ Entry headerOf(const FolderTree& tree, const FolderTree::Entry& source, std::opt
                 .linkTarget = source.linkTarget};
     if (source.isDirectory()) entry.linkCount = 2 + source.childCount;
     if (source.isFile()) entry.size = source.size;
-    if (source.isCompanion) entry.mode = S_IFREG | 0644;
     // Links have no permissions of their own; systems show different ones.
     if (source.isSymbolicLink()) entry.mode = S_IFLNK | 0755;
     return entry;
@@ -76,7 +74,7 @@ std::vector<std::uint32_t> archiveFolder(const FolderTree& tree, std::optional<s
     std::vector<std::uint32_t> checksums(tree.entries().size());
     for (std::size_t place = 0; place < checksums.size(); ++place) {
         const FolderTree::Entry& source = tree.entries()[place];
-        Entry entry = headerOf(tree, source, latestTime);
+        Entry entry = headerOf(source, latestTime);
         entry.inode = inodes.number(place);
         if (!source.isFile()) {
             writer.add(entry);

@@ -13,8 +13,7 @@ namespace corvane::Cpio {
 
 /// Writes a folder with all that is in it as an archive in the octal form, its root as ".". Entries are numbered in
 /// their order, the names of one file alike, so the same tree gives the same bytes. Modes and times are those on disk,
-/// owners are 0: the number of whoever packs a folder means nothing on another computer. A companion has the mode of a
-/// plain file and the time of what it accompanies.
+/// owners are 0: the number of whoever packs a folder means nothing on another computer.
 /// @param latestTime times after this one, in seconds since 1970, are set to it
 /// @param sink receives the archive's bytes
 /// @return the POSIX checksum of each file's data, in the order of the tree's entries; 0 for folders and links
