@@ -13,8 +13,7 @@ constexpr const char* usage =
     "       pkgbuild --root ROOT --identifier ID [--component-plist LIST] [--version VERSION]\n"
     "                [--install-location FOLDER] [--scripts FOLDER] [--ownership recommended]\n"
     "                [--compression legacy | --compression latest --min-os-version VERSION] PACKAGE\n"
-    "       pkgbuild --nopayload --identifier ID [--version VERSION] [--install-location FOLDER]\n"
-    "                [--scripts FOLDER] PACKAGE";
+    "       pkgbuild --nopayload with the same options, but for the list: scripts only";
 
 /// The mark of the toolchain in what it makes.
 constexpr const char* generatorVersion = "Corvane-" CORVANE_VERSION;
@@ -51,7 +50,7 @@ ComponentRequest request(const OptionList& options) {
     }
     if (options.value("--identifier").value_or("").empty()) refuse("--identifier is missing.");
     if (options.has("--nopayload")) {
-        requireAbsent(options, {"--root", "--component-plist", "--compression"}, "without a payload");
+        requireAbsent(options, {"--root", "--component-plist"}, "without a payload");
     } else if (!options.has("--root")) {
         refuse("Neither --root nor --nopayload is given.");
     }

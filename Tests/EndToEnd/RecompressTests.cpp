@@ -68,6 +68,18 @@ TEST_F(RecompressTest, rebuildsTheExampleToTheSameBytesOnAnyNumberOfCores) {
     EXPECT_EQ(machine.temporaryFiles(), Strings{});
 }
 
+TEST_F(RecompressTest, rebuildsAPackageOfScripts) {
+    machine.sandbox().writeScript("scripts/postinstall", "exit 0");
+    const FileURL package = machine / "in/Scripts.pkg";
+    run({program("libexec/corvane/pkgbuild").string(), "--nopayload", "--identifier", "com.example.scripts",
+         "--scripts", (machine / "scripts").string(), package.string()});
+    for (const Strings& options : {Strings{"--unsigned"}, Strings{"--unsigned", "--legacy-compression"}}) {
+        const Outcome outcome = recompress(package, options);
+        EXPECT_EQ(outcome.status, 0) << outcome.errors;
+        EXPECT_EQ(disproof(package, output("Scripts")), "");
+    }
+}
+
 TEST_F(RecompressTest, rebuildsEveryRealPackage) {
     CORVANE_REQUIRE_SAMPLES();
     for (const FileURL& package : FileManager::contentsOfDirectory(*samples() / "pkg")) {
