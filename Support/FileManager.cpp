@@ -2,13 +2,15 @@
 
 #include "Support/AtomicFile.hpp"
 #include "Support/UniqueDescriptor.hpp"
+#include "Support/WriteAll.hpp"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <system_error>
 
 namespace corvane::FileManager {
@@ -39,6 +41,21 @@ UniqueDescriptor openForReading(const FileURL& url) {
     return descriptor;
 }
 
+constexpr std::size_t bufferSize = std::size_t{1} << 18;
+
+/// Fills the buffer as far as the file lasts.
+std::size_t readFully(int descriptor, const FileURL& name, std::vector<char>& buffer) {
+    std::size_t filled = 0;
+    while (filled < buffer.size()) {
+        const ssize_t count = ::read(descriptor, buffer.data() + filled, buffer.size() - filled);
+        if (count == 0) break;
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) throw FileError("Cannot read", name, lastSystemError());
+        filled += static_cast<std::size_t>(count);
+    }
+    return filled;
+}
+
 } // namespace
 
 FileURL temporaryDirectory() {
@@ -54,6 +71,19 @@ bool fileExists(const FileURL& url) {
 bool isDirectory(const FileURL& url) {
     std::error_code ignored;
     return fs::is_directory(url, ignored);
+}
+
+struct stat itemStatus(const FileURL& url) {
+    struct stat status {};
+    if (::lstat(url.c_str(), &status) != 0) throw FileError("Cannot read", url, lastSystemError());
+    return status;
+}
+
+std::string linkTarget(const FileURL& url) {
+    std::error_code failure;
+    std::string target = fs::read_symlink(url, failure).string();
+    if (failure) throw FileError("Cannot read the link", url, failure);
+    return target;
 }
 
 void createDirectory(const FileURL& url) {
@@ -89,16 +119,37 @@ std::uint64_t fileSize(const FileURL& url) {
 std::string readFile(const FileURL& url, std::uint64_t limit) {
     const UniqueDescriptor descriptor = openForReading(url);
     std::string content;
-    std::array<char, 65536> buffer{};
-    for (;;) {
-        const ssize_t count = ::read(descriptor.get(), buffer.data(), buffer.size());
-        if (count == 0) return content;
-        if (count < 0 && errno == EINTR) continue;
-        if (count < 0) throw FileError("Cannot read", url, lastSystemError());
-        content.append(buffer.data(), static_cast<std::size_t>(count));
+    std::vector<char> buffer(bufferSize);
+    while (const std::size_t count = readFully(descriptor.get(), url, buffer)) {
+        content.append(buffer.data(), count);
         if (content.size() > limit)
             throw FileError("Cannot read", url, std::make_error_code(std::errc::file_too_large));
     }
+    return content;
+}
+
+bool haveSameContent(const FileURL& left, const FileURL& right) {
+    const UniqueDescriptor leftFile = openForReading(left);
+    const UniqueDescriptor rightFile = openForReading(right);
+    std::vector<char> leftBytes(bufferSize);
+    std::vector<char> rightBytes(bufferSize);
+    for (;;) {
+        const std::size_t count = readFully(leftFile.get(), left, leftBytes);
+        if (count != readFully(rightFile.get(), right, rightBytes)) return false;
+        if (count == 0) return true;
+        if (std::memcmp(leftBytes.data(), rightBytes.data(), count) != 0) return false;
+    }
+}
+
+void writeFile(const FileURL& url, std::string_view content) {
+    const UniqueDescriptor descriptor(::open(url.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+    if (!descriptor || !writeAll(descriptor.get(), content)) throw FileError("Cannot write", url, lastSystemError());
+}
+
+void writeFileAtomically(const FileURL& url, std::string_view content) {
+    AtomicFile output(url);
+    output.write(content);
+    output.commit();
 }
 
 void removeItem(const FileURL& url) {

@@ -161,12 +161,35 @@ std::vector<std::string_view> split(std::string_view text, char separator) {
 
 bool canonicallyPrecedes(std::string_view left, std::string_view right) { return composed(left) < composed(right); }
 
+bool canonicallyEqual(std::string_view left, std::string_view right) {
+    return left == right || composed(left) == composed(right);
+}
+
 void sortCanonically(std::vector<std::string>& texts) {
     std::vector<std::pair<std::string, std::string>> keyed;
     for (std::string& text : texts) keyed.emplace_back(composed(text), std::move(text));
     std::stable_sort(keyed.begin(), keyed.end(),
                      [](const auto& left, const auto& right) { return left.first < right.first; });
     for (std::size_t index = 0; index < texts.size(); ++index) texts[index] = std::move(keyed[index].second);
+}
+
+std::optional<std::string_view> CharacterReader::next() {
+    if (rest_.empty()) return std::nullopt;
+    utf8proc_int32_t state = 0;
+    Decoded current = decodeFront(rest_);
+    std::size_t length = current.length;
+    while (length < rest_.size()) {
+        const Decoded following = decodeFront(rest_.substr(length));
+        if (utf8proc_grapheme_break_stateful(static_cast<utf8proc_int32_t>(current.scalar),
+                                             static_cast<utf8proc_int32_t>(following.scalar), &state)) {
+            break;
+        }
+        length += following.length;
+        current = following;
+    }
+    const std::string_view character = rest_.substr(0, length);
+    rest_.remove_prefix(length);
+    return character;
 }
 
 std::string firstLine(std::string_view text) {

@@ -36,8 +36,41 @@ std::vector<std::string_view> split(std::string_view text, char separator);
 /// Less-than of the canonically composed texts, scalar by scalar.
 bool canonicallyPrecedes(std::string_view left, std::string_view right);
 
+/// The order of sets and maps whose keys are the same when they are canonically the same.
+struct CanonicalOrder {
+    bool operator()(std::string_view left, std::string_view right) const { return canonicallyPrecedes(left, right); }
+};
+
+/// True when the texts are the same once composed.
+bool canonicallyEqual(std::string_view left, std::string_view right);
+
 /// Sorts texts by that order; those that are canonically the same stay as they stand.
 void sortCanonically(std::vector<std::string>& texts);
+
+/// The texts of a container one after another, with the separator between them.
+template <class Texts>
+std::string joined(const Texts& texts, std::string_view separator) {
+    std::string result;
+    bool isFirst = true;
+    for (const auto& text : texts) {
+        if (!isFirst) result += separator;
+        isFirst = false;
+        result += text;
+    }
+    return result;
+}
+
+/// Gives a text's characters as readers see them, extended grapheme clusters, one after another.
+class CharacterReader {
+  public:
+    /// @param text must outlive the reader
+    explicit CharacterReader(std::string_view text) : rest_(text) {}
+    /// Nothing at the end of the text.
+    std::optional<std::string_view> next();
+
+  private:
+    std::string_view rest_;
+};
 
 /// The first non-empty piece between line breaks (U+000A to U+000D, U+0085, U+2028, U+2029); the whole text if there
 /// is none.

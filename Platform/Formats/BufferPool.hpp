@@ -15,6 +15,7 @@ class BufferPool {
     std::vector<char> take() {
         {
             const std::lock_guard lock(mutex_);
+            ++inUse_;
             if (!buffers_.empty()) {
                 std::vector<char> buffer = std::move(buffers_.back());
                 buffers_.pop_back();
@@ -26,11 +27,19 @@ class BufferPool {
 
     void giveBack(std::vector<char> buffer) {
         const std::lock_guard lock(mutex_);
+        --inUse_;
         buffers_.push_back(std::move(buffer));
     }
 
+    /// Of the buffers that were taken and not given back.
+    std::size_t bytesInUse() const {
+        const std::lock_guard lock(mutex_);
+        return inUse_ * sourceBufferSize;
+    }
+
   private:
-    std::mutex mutex_;
+    mutable std::mutex mutex_;
+    std::size_t inUse_ = 0;
     std::vector<std::vector<char>> buffers_;
 };
 

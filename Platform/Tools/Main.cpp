@@ -13,8 +13,10 @@
 namespace corvane::Tools {
 namespace {
 
-constexpr std::array<Tool, 8> tools{{
+constexpr std::array<Tool, 10> tools{{
+    {"diff", "say which files of two trees differ", &diff},
     {"installer", "say what a package would install", &installer},
+    {"lsbom", "list what a Bom describes", &lsbom},
     {"pkgbuild", "make component packages", &pkgbuild},
     {"pkgutil", "open and close packages, report on signatures", &pkgutil},
     {"plutil", "extract values from property lists", &plutil},

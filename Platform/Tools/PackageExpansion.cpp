@@ -16,8 +16,8 @@ namespace {
 using Xar::Entry;
 using Xar::EntryType;
 
-/// Archives that can be expanded stand at the top of a product or of a component, which has a PackageInfo.
-bool isArchive(const Xar::TableOfContents& contents, const std::string& path, const Entry& entry) {
+/// Where names have their meaning: at the top of a product or of a component, which has a PackageInfo.
+bool isAtTopOfPackage(const Xar::TableOfContents& contents, const std::string& path, const Entry& entry) {
     if (path == entry.name) return true;
     const std::string component = path.substr(0, path.find('/'));
     return path == component + "/" + entry.name && contents.find(component + "/PackageInfo") != nullptr;
@@ -35,8 +35,10 @@ class Expansion {
     }
 
   private:
-    static FileAttributes attributes(const Entry& entry) {
-        return {.mode = entry.mode, .modificationTime = entry.modificationTime};
+    /// An entry without a time gets the archive's, so that expanding it again gives the same.
+    FileAttributes attributes(const Entry& entry) const {
+        const auto time = entry.modificationTime ? entry.modificationTime : archive_.contents().creationTime;
+        return {.mode = entry.mode, .modificationTime = time};
     }
 
     void add(const std::string& path, const Entry& entry) {
@@ -46,7 +48,7 @@ class Expansion {
         case EntryType::file:
             return addFile(path, entry);
         case EntryType::symbolicLink:
-            return folder_.addSymbolicLink(path, entry.linkTarget, attributes(entry));
+            return addSymbolicLink(path, entry);
         case EntryType::hardLink:
             hardLinks_.emplace(path, entry.originalID);
             return;
@@ -60,6 +62,15 @@ class Expansion {
         FileAttributes folder = attributes(entry);
         if (folder.mode) *folder.mode |= 0700U;
         folder_.addFolder(path, folder);
+    }
+
+    /// Whoever works on the expanded package takes what stands there for the package's own: through a link, a payload
+    /// could be any folder of this machine.
+    void addSymbolicLink(const std::string& path, const Entry& entry) {
+        if (isAtTopOfPackage(archive_.contents(), path, entry)) {
+            throw FormatError("xar: " + path + " is a link, where a package has a file or a folder");
+        }
+        folder_.addSymbolicLink(path, entry.linkTarget, attributes(entry));
     }
 
     void addFile(const std::string& path, const Entry& entry) {
@@ -79,7 +90,7 @@ class Expansion {
 
     bool isToBecomeFolder(const std::string& path, const Entry& entry) const {
         const bool isWanted = entry.name == "Scripts" || (entry.name == "Payload" && payloads_ == Payloads::expand);
-        return isWanted && isArchive(archive_.contents(), path, entry);
+        return isWanted && isAtTopOfPackage(archive_.contents(), path, entry);
     }
 
     void addArchive(const std::string& path, ByteSource& content) {

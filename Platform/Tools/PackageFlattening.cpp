@@ -16,6 +16,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <limits>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -65,6 +66,8 @@ class Flattening {
         result.entry.name = url.filename();
         EntryName::checkComponent(result.entry.name, "xar");
         result.entry.mode = status.st_mode & 07777U;
+        // What stands at the top of a package is made by tools at any time; resources are the vendor's.
+        if (!isInPackage) result.entry.modificationTime = std::min<std::int64_t>(status.st_mtime, latestTime_);
         const std::string& name = result.entry.name;
         if (S_ISDIR(status.st_mode) && isInPackage && name == "Scripts") {
             result.entry.mode = 0644;
@@ -91,7 +94,7 @@ class Flattening {
         const FileURL archive = work_.url() / ("Scripts" + std::to_string(++scriptsCount_));
         AtomicFile output(archive);
         Gzip::Writer writer([&](std::string_view bytes) { output.write(bytes); });
-        Cpio::archiveFolder(FolderTree(folder, stop_), latestTime_, stop_,
+        Cpio::archiveFolder(FolderTree(folder, stop_), sourceDate(), stop_,
                             [&](std::string_view bytes) { writer.write(bytes); });
         writer.finish();
         output.commit();
@@ -100,7 +103,8 @@ class Flattening {
 
     std::stop_token stop_;
     TemporaryDirectory work_{"corvane-flatten-"};
-    std::optional<std::uint64_t> latestTime_ = sourceDate();
+    std::int64_t latestTime_ =
+        static_cast<std::int64_t>(sourceDate().value_or(std::numeric_limits<std::int64_t>::max()));
     int scriptsCount_ = 0;
 };
 

@@ -30,7 +30,9 @@ struct Tool {
 };
 
 /// Each tool's own file defines its function; the table stands in Main.cpp.
+int diff(const Arguments& arguments);
 int installer(const Arguments& arguments);
+int lsbom(const Arguments& arguments);
 int pkgbuild(const Arguments& arguments);
 int pkgutil(const Arguments& arguments);
 int plutil(const Arguments& arguments);

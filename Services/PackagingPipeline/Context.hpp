@@ -44,6 +44,16 @@ struct Context {
     CommandResult run(const std::string& executable, const std::vector<std::string>& arguments) const {
         return CommandRunner::run(executable, arguments, stop);
     }
+    /// The same for a tool that has to succeed. @throws PipelineError (`toolFailed`) with the tool's file name
+    CommandResult runChecked(const std::string& executable, const std::vector<std::string>& arguments) const {
+        return CommandRunner::runChecked(executable, arguments, stop);
+    }
+
+    /// What the package builder has to be told of the compression.
+    std::vector<std::string> compressionArguments() const {
+        if (!configuration.modernCompression) return {};
+        return {"--compression", "latest", "--min-os-version", configuration.minOSVersion};
+    }
 
     /// Detaches a disk image that the job attached and removes the work folder; leaves the folder, with a warning, when
     /// the image cannot be detached. Runs to its end whether or not the job was cancelled.

@@ -13,17 +13,12 @@ using Packaging::Context;
 
 FileURL runFlow(Context& context) {
     const PipelineConfiguration& configuration = context.configuration;
-    if (configuration.action == PipelineAction::recompressPkg) {
-        throw PipelineError::invalidInput("Recompressing packages is not part of this build yet");
-    }
+    if (configuration.action == PipelineAction::recompressPkg) return Packaging::runRecompress(context);
     if (!configuration.componentIdentifiersToRemove.empty()) {
         throw PipelineError::invalidInput("Component removal only applies to recompress jobs");
     }
     if (configuration.action == PipelineAction::dmgToPkg) {
         throw PipelineError::invalidInput("Converting disk images is not part of this build yet");
-    }
-    if (configuration.writeBundleInventory) {
-        throw PipelineError::invalidInput("The bundle inventory is not part of this build yet");
     }
     return Packaging::runSignOnly(context);
 }

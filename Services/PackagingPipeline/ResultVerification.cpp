@@ -1,6 +1,8 @@
 #include "Services/PackagingPipeline/ResultVerification.hpp"
 
+#include "Services/PackageSemanticValidator.hpp"
 #include "Services/PackagingPipeline/ProductSigning.hpp"
+#include "Services/PackagingPipeline/SideFiles.hpp"
 #include "Support/FileManager.hpp"
 #include "Support/Text.hpp"
 
@@ -58,6 +60,25 @@ void enforceSizeLimit(const Context& context, const FileURL& candidate) {
     context.log("Output size gate passed: " + std::to_string(size) + " bytes < " + std::to_string(*limit) + " bytes");
 }
 
+/// Returns the folder into which the candidate was expanded for the comparison.
+FileURL compareWithBaseline(const Context& context, const FileURL& baseline, const FileURL& candidate,
+                            const std::vector<PackageComponentDescriptor>& removedComponents) {
+    context.log("Comparing rebuilt package semantics with the original");
+    PackageSemanticValidator::Expectations expectations{.modernCompression = context.configuration.modernCompression,
+                                                        .requestedMinOS = context.configuration.minOSVersion,
+                                                        .removedComponentArchiveNames = {}};
+    for (const PackageComponentDescriptor& component : removedComponents) {
+        expectations.removedComponentArchiveNames.insert(component.archiveName);
+    }
+    FileURL expanded =
+        PackageSemanticValidator::validate(baseline, candidate, expectations, context.workDirectory, context.stop);
+    context.log(removedComponents.empty()
+                    ? "Package metadata, scripts, payload, ownership, and Distribution match"
+                    : "Declared components are absent; all remaining package metadata, scripts, payload, ownership, "
+                      "and Distribution match");
+    return expanded;
+}
+
 void place(const Context& context, const FileURL& candidate, const FileURL& outputURL) {
     if (FileManager::fileExists(outputURL)) FileManager::removeItem(outputURL);
     if (context.configuration.signingIdentity) {
@@ -82,15 +103,23 @@ void gatekeeperInstallGate(const Context& context) {
     context.end(PipelineStep::verifyInput);
 }
 
-void signAndVerify(const Context& context, const FileURL& unsignedPkg, const FileURL& outputURL) {
+void signAndVerify(const Context& context, const FileURL& unsignedPkg, const FileURL& outputURL,
+                   const std::optional<FileURL>& recompressBaseline,
+                   const std::vector<PackageComponentDescriptor>& removedComponents) {
     context.begin(PipelineStep::sign);
     const FileURL candidate = signedCandidate(context, unsignedPkg);
     context.end(PipelineStep::sign);
     context.begin(PipelineStep::verify);
     checkResult("installer refuses to read the pkg",
                 context.run("/usr/sbin/installer", {"-pkginfo", "-pkg", candidate.string()}));
+    std::optional<FileURL> expanded;
+    if (recompressBaseline) {
+        expanded = compareWithBaseline(context, *recompressBaseline, candidate, removedComponents);
+    }
     enforceSizeLimit(context, candidate);
+    const SideFiles sideFiles(context, candidate, expanded, outputURL, removedComponents);
     place(context, candidate, outputURL);
+    sideFiles.place(context);
     context.end(PipelineStep::verify);
 }
 

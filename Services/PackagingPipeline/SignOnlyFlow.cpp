@@ -13,7 +13,7 @@ FileURL runSignOnly(Context& context) {
     }
     const std::string name = deletingPathExtension(lastPathComponent(configuration.inputURL)).string() + "-signed.pkg";
     const FileURL outputURL = configuration.outputDirectory / name;
-    signAndVerify(context, configuration.inputURL, outputURL);
+    signAndVerify(context, configuration.inputURL, outputURL, std::nullopt, {});
     return outputURL;
 }
 

@@ -30,7 +30,7 @@ class SignTest : public testing::Test {
 
     /// Only this call of the job's tools runs the script; all others just run.
     void atCall(const std::string& tool, int call, const std::string& script) const {
-        for (const std::string& each : signingTools) machine.before(each, "");
+        for (const std::string& each : jobTools) machine.before(each, "");
         machine.before(tool, "if test $call = " + std::to_string(call) + "; then " + script + "; fi");
     }
 

@@ -29,7 +29,7 @@ SigningMachine::SigningMachine(std::vector<TimestampBehaviour> timestamps) : aut
     setEnvironment("HOME", (sandbox_ / "home").string());
     setEnvironment("XDG_DATA_HOME", (sandbox_ / "home/data").string());
     setEnvironment("XDG_STATE_HOME", (sandbox_ / "home/state").string());
-    for (const std::string& tool : signingTools) before(tool, "");
+    for (const std::string& tool : jobTools) before(tool, "");
     setUpKeychain();
     setEnvironment("TMPDIR", (sandbox_ / "temporary").string());
 }

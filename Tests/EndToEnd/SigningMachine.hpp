@@ -51,7 +51,8 @@ class SigningMachine {
     SystemTool::Override override_{sandbox_ / "tools"};
 };
 
-/// The tools that a signing job calls.
-inline const std::vector<std::string> signingTools{"security", "pkgutil", "spctl", "productsign", "installer"};
+/// The tools that jobs on packages call.
+inline const std::vector<std::string> jobTools{"security", "pkgutil",      "spctl", "productsign", "installer",
+                                               "pkgbuild", "productbuild", "lsbom", "diff"};
 
 } // namespace corvane::TestSupport

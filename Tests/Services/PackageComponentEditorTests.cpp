@@ -2,6 +2,7 @@
 #include "Services/PackageComponentCatalog.hpp"
 #include "Services/PackageComponentEditor.hpp"
 #include "Support/FileManager.hpp"
+#include "Support/XML.hpp"
 #include "Tests/FakeTools.hpp"
 
 namespace corvane {
@@ -96,6 +97,82 @@ TEST(PackageComponentCatalog, expandsIntoAFolderThatIsGoneAfterwards) {
         EXPECT_EQ(lastPathComponent(expanded.parent_path()).find("corvane-components-"), 0U);
         EXPECT_FALSE(FileManager::fileExists(expanded.parent_path()));
     }
+}
+
+/// An expanded product whose components a.pkg, b.pkg ... have the identifiers that are given.
+class RemovalTest : public testing::Test {
+  protected:
+    void components(const std::vector<std::string>& identifiers) const {
+        for (std::size_t index = 0; index < identifiers.size(); ++index) {
+            sandbox.write(std::string(1, static_cast<char>('a' + index)) + ".pkg/PackageInfo",
+                          "<pkg-info identifier='" + identifiers[index] + "'/>");
+        }
+    }
+
+    /// What is left of a Distribution with this content, without declaration and white space between elements; or the
+    /// error, when the file is as it was.
+    std::string removing(const std::vector<std::string>& identifiers, const std::string& content) const {
+        const std::string before = "<d>" + content + "</d>";
+        sandbox.write("Distribution", before);
+        try {
+            removed = PackageComponentEditor::removeComponents(identifiers, sandbox.url());
+        } catch (const PipelineError& error) {
+            EXPECT_EQ(TestSupport::read(sandbox / "Distribution"), before);
+            return error.what();
+        }
+        std::string after;
+        const auto document = XML::Document::read(sandbox / "Distribution");
+        for (const XML::Node& space : document.query("//text()[normalize-space()='']")) space.remove();
+        for (const XML::Node& child : document.root().elements()) after += child.serialized();
+        return after;
+    }
+
+    Sandbox sandbox;
+    mutable std::vector<PackageComponentDescriptor> removed;
+};
+
+TEST_F(RemovalTest, takesChoicesLinesAndReferencesOut) {
+    components({"com.a", "com.b"});
+    const struct {
+        std::string before;
+        std::string after;
+    } cases[] = {
+        {"<title>com.a</title><options x='com.a'/>", "<title>com.a</title><options x=\"com.a\"/>"},
+        {"<choices-outline><line choice='x'><line choice='y'/></line><line choice='z'/></choices-outline>"
+         "<choice id='x'><n><pkg-ref id='com.a'/></n></choice><choice id='z'><pkg-ref id='com.b'/></choice>"
+         "<pkg-ref id='com.a'>#a.pkg</pkg-ref><pkg-ref id='com.b'>#b.pkg</pkg-ref>",
+         "<choices-outline><line choice=\"z\"/></choices-outline><choice id=\"z\"><pkg-ref id=\"com.b\"/></choice>"
+         "<pkg-ref id=\"com.b\">#b.pkg</pkg-ref>"},
+        {"<choice id='both'><pkg-ref id='com.a'/><pkg-ref id='com.b'/></choice><pkg-ref id='com.b'>#b.pkg</pkg-ref>",
+         "<pkg-ref id=\"com.b\">#b.pkg</pkg-ref>"},
+        {"<choice id='com.a'/><choice><choice id='inner'><pkg-ref id='com.a'/></choice></choice>"
+         "<line choice='inner'/><line choice='com.a'/><line/><choice id='COM.A'/>",
+         "<line/><choice id=\"COM.A\"/>"},
+    };
+    for (const auto& [before, after] : cases) EXPECT_EQ(removing({"com.a", "com.a"}, before), after);
+    ASSERT_EQ(removed.size(), 1U);
+    EXPECT_EQ(removing({"com.b", "com.a"}, ""), "");
+    EXPECT_EQ(removed[0].archiveName + removed[1].archiveName, "b.pkga.pkg");
+    EXPECT_EQ(removing({}, "<choice id='com.a'/>"), "<choice id=\"com.a\"/>");
+}
+
+TEST_F(RemovalTest, changesNothingWhenAStepFails) {
+    components({"com.a", "com.b", "com.b"});
+    const struct {
+        std::vector<std::string> identifiers;
+        std::string distribution;
+        std::string error;
+    } cases[] = {
+        {{"com.a", "COM.A"}, "", "Component ID not found: COM.A"},
+        {{"com"}, "", "Component ID not found: com"},
+        {{"com.b"}, "", "Component ID is ambiguous: com.b appears in b.pkg, c.pkg"},
+        {{"com.a"},
+         "<pkg-ref id='other'> #a.pkg </pkg-ref>",
+         "Distribution still references a removed component archive"},
+    };
+    for (const auto& [identifiers, distribution, error] : cases) EXPECT_EQ(removing(identifiers, distribution), error);
+    std::filesystem::remove(sandbox / "Distribution");
+    EXPECT_THROW(PackageComponentEditor::removeComponents({"com.a"}, sandbox.url()), PipelineError);
 }
 
 } // namespace

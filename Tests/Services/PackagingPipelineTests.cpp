@@ -5,30 +5,15 @@
 #include "Support/CancellationError.hpp"
 #include "Support/FileManager.hpp"
 #include "Tests/FakeTools.hpp"
+#include "Tests/Services/EventLine.hpp"
 
 namespace corvane {
 namespace {
 
 using TestSupport::FakeTools;
+using TestSupport::line;
 using TestSupport::read;
 using namespace std::chrono_literals;
-
-/// An event as one line of text.
-std::string line(const PipelineEvent& event) {
-    struct Line {
-        std::string operator()(const PipelineEvents::StepStarted& e) { return "> " + std::string(title(e.step)); }
-        std::string operator()(const PipelineEvents::StepFinished& e) { return "< " + std::string(title(e.step)); }
-        std::string operator()(const PipelineEvents::Log& e) { return e.message; }
-        std::string operator()(const PipelineEvents::UntimestampedSigningApprovalRequired& e) {
-            return "approval " + std::to_string(e.retryCount);
-        }
-        std::string operator()(const PipelineEvents::Finished& e) { return "finished " + lastPathComponent(e.url); }
-        std::string operator()(const PipelineEvents::Failed& e) { return "failed " + e.message; }
-        std::string operator()(const PipelineEvents::MountInteractionRequired&) { return "mount"; }
-        std::string operator()(const PipelineEvents::Cancelled&) { return "cancelled"; }
-    };
-    return std::visit(Line(), event);
-}
 
 /// A package on a system whose tools all succeed.
 class PipelineTest : public testing::Test {

@@ -25,7 +25,10 @@ Reader::Reader(std::string_view bytes) : store_(bytes) {
 }
 
 void Reader::readPaths(std::uint32_t tree) {
-    for (const TreeEntry& entry : readTree(store_, tree)) {
+    const std::vector<TreeEntry> entries = readTree(store_, tree);
+    paths_.reserve(entries.size());
+    places_.reserve(entries.size());
+    for (const TreeEntry& entry : entries) {
         ByteCursor identity = store_.block(entry.value);
         const std::uint32_t id = identity.u32BigEndian();
         const std::uint32_t record = identity.u32BigEndian();

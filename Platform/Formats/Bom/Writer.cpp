@@ -30,7 +30,7 @@ class Totals {
     void add(const Entry& entry) {
         ++paths_;
         if (entry.path == ".") rootSize_ = entry.size;
-        for (const Architecture& each : entry.architectures) slices(each.cpuType) += each.size;
+        for (const Architecture& each : entry.architectures) bytesOf(each.cpuType) += each.size;
         if (entry.type != EntryType::directory && entry.architectures.empty()) otherBytes_ += entry.size;
     }
 
@@ -45,7 +45,7 @@ class Totals {
     }
 
   private:
-    std::uint64_t& slices(std::uint32_t cpuType) {
+    std::uint64_t& bytesOf(std::uint32_t cpuType) {
         const auto found =
             std::find_if(slices_.begin(), slices_.end(), [&](const auto& each) { return each.first == cpuType; });
         return found != slices_.end() ? found->second : slices_.emplace_back(cpuType, 0).second;

@@ -50,12 +50,12 @@ std::size_t ExpandedBytes::read(std::span<char> buffer) {
     return count;
 }
 
-Chunk::Chunk(ByteSource& encoded, std::uint64_t decodedSize, std::uint64_t storedSize, BufferPool& pool)
+Chunk::Chunk(ByteSource& encoded, std::uint64_t decodedSize, std::uint64_t storedSize, BufferPool& pool,
+             std::size_t depth)
     : stored_(encoded, storedSize, pool) {
     if (storedSize == decodedSize) return;
     expanded_.emplace(stored_, decodedSize);
-    // Deep enough for the whole block: the thread never waits for the reader.
-    ahead_.emplace(*expanded_, pool, static_cast<std::size_t>(decodedSize / sourceBufferSize) + 2);
+    ahead_.emplace(*expanded_, pool, depth);
 }
 
 } // namespace corvane::Pbzx

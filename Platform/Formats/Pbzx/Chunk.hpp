@@ -45,7 +45,9 @@ class Chunk : public ByteSource {
   public:
     /// Takes the stored bytes out of the source and begins to expand them, unless they are the block itself.
     /// @param pool must outlive the chunk
-    Chunk(ByteSource& encoded, std::uint64_t decodedSize, std::uint64_t storedSize, BufferPool& pool);
+    /// @param depth buffers to expand ahead of the reader
+    Chunk(ByteSource& encoded, std::uint64_t decodedSize, std::uint64_t storedSize, BufferPool& pool,
+          std::size_t depth);
 
     std::size_t read(std::span<char> buffer) override { return ahead_ ? ahead_->read(buffer) : stored_.read(buffer); }
 

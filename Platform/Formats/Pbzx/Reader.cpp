@@ -43,6 +43,9 @@ Reader::Reader(ByteSource& encoded, unsigned threads)
                               std::to_string(blockSize_));
     }
     offset_ = headerSize;
+    // With all threads at work, each chunk is behind the one before it by an equal part of a block. What is expanded
+    // further ahead takes memory and saves no time.
+    depth_ = static_cast<std::size_t>(blockSize_ / sourceBufferSize * (threadCount_ - 1) / threadCount_) + 2;
 }
 
 Reader::~Reader() = default;
@@ -65,22 +68,21 @@ std::size_t Reader::read(std::span<char> buffer) {
 
 /// An error waits until the chunks before it were read.
 void Reader::startChunks() {
-    while (!ended_ && parts_.size() < threadCount_) {
-        try {
-            startChunk();
-        } catch (...) {
-            failure_ = std::current_exception();
-            ended_ = true;
-        }
+    if (ended_) return;
+    try {
+        while (parts_.size() < threadCount_ && readHeader() && hasRoom()) startChunk();
+    } catch (...) {
+        failure_ = std::current_exception();
+        ended_ = true;
     }
 }
 
-void Reader::startChunk() {
+/// False at the end.
+bool Reader::readHeader() {
+    if (next_) return true;
     const std::string header = fields(encoded_, chunkHeaderSize);
-    if (header.empty()) {
-        ended_ = true;
-        return;
-    }
+    ended_ = header.empty();
+    if (ended_) return false;
     ByteCursor cursor(header, formatName, offset_);
     const std::uint64_t decodedSize = cursor.u64BigEndian();
     const std::uint64_t storedSize = cursor.u64BigEndian();
@@ -93,12 +95,26 @@ void Reader::startChunk() {
     check("decoded", decodedSize, blockSize_);
     // Another writer may have compressed what does not get smaller.
     check("stored", storedSize, lzma_stream_buffer_bound(static_cast<std::size_t>(decodedSize)));
+    next_ = {decodedSize, storedSize};
+    return true;
+}
+
+/// Blocks that hardly get smaller are in memory twice, stored and expanded. Five eighths of a block for each thread are
+/// enough for the others; where more is taken, the next chunk waits.
+bool Reader::hasRoom() {
+    const std::uint64_t share = blockSize_ / 8 * 5 + 4 * sourceBufferSize;
+    return parts_.empty() || pool_.bytesInUse() + next_->storedSize <= share * threadCount_;
+}
+
+void Reader::startChunk() {
     try {
-        parts_.push_back({offset_, std::make_unique<Chunk>(encoded_, decodedSize, storedSize, pool_)});
+        const auto& [decodedSize, storedSize] = *next_;
+        parts_.push_back({offset_, std::make_unique<Chunk>(encoded_, decodedSize, storedSize, pool_, depth_)});
     } catch (const FormatError& error) {
         throw chunkError(offset_, error);
     }
-    offset_ += chunkHeaderSize + storedSize;
+    offset_ += chunkHeaderSize + next_->storedSize;
+    next_.reset();
 }
 
 } // namespace corvane::Pbzx

@@ -6,7 +6,7 @@
 #include <deque>
 #include <exception>
 #include <memory>
-#include <string>
+#include <optional>
 
 namespace corvane::Pbzx {
 
@@ -14,7 +14,7 @@ class Chunk;
 
 /// Expands a pbzx stream, several chunks at once in threads of their own, ahead of what is read. Bytes and errors are
 /// the same whatever the number of threads. The encoded source is read in calls of `read` only, a chunk at a time. Each
-/// thread holds a block and a dictionary at most, 24 MiB for what the package tools write.
+/// thread holds about a block and a dictionary, 24 MiB for what the package tools write.
 class Reader : public ByteSource {
   public:
     /// Reads the stream's header. @param encoded must outlive the reader
@@ -26,19 +26,29 @@ class Reader : public ByteSource {
     std::size_t read(std::span<char> buffer) override;
 
   private:
+    struct Header {
+        std::uint64_t decodedSize;
+        std::uint64_t storedSize;
+    };
     struct Part {
         std::uint64_t offset;
         std::unique_ptr<Chunk> chunk;
     };
 
     void startChunks();
+    bool readHeader();
+    bool hasRoom();
     void startChunk();
 
     ByteSource& encoded_;
     std::size_t threadCount_;
     std::uint64_t blockSize_ = 0;
+    /// Buffers to expand ahead in each chunk.
+    std::size_t depth_ = 0;
     /// Of the next chunk, in the encoded source.
     std::uint64_t offset_ = 0;
+    /// That chunk's header, once it was read.
+    std::optional<Header> next_;
     bool ended_ = false;
     /// What was met behind the chunks that are being expanded.
     std::exception_ptr failure_;

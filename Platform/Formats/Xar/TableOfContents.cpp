@@ -147,6 +147,7 @@ TableOfContents TableOfContents::parse(const XML::Document& document, std::uint6
             contents.signatures.push_back(signature(element, heapSize));
         }
     }
+    contents.creationTime = ElementReader::time(*toc, "creation-time");
     contents.entries = EntryReader(heapSize).children(*toc, 0, 0);
     return contents;
 }

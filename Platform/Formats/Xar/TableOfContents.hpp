@@ -14,6 +14,8 @@ struct TableOfContents {
     std::optional<ContentsChecksum> checksum;
     /// In document order.
     std::vector<Signature> signatures;
+    /// When the archive was made, in seconds since 1970 in UTC.
+    std::optional<std::int64_t> creationTime;
     /// The top level, in document order.
     std::vector<Entry> entries;
 

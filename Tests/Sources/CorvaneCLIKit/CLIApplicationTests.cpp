@@ -136,13 +136,6 @@ TEST_F(CLITest, reportsFailuresOfTheJob) {
     fakes.tool("spctl", "exit 3");
     EXPECT_EQ(run({"sign", path("in/Tool.pkg"), "--sign", identity}), 1);
     EXPECT_TRUE(errors.ends_with("\ncorvane: Gatekeeper rejects the input pkg (unsigned or not notarized)\n"));
-    for (const std::vector<std::string>& other :
-         {std::vector<std::string>{"recompress", path("in/Tool.pkg"), "--unsigned"},
-          std::vector<std::string>{"sign", path("in/Tool.pkg"), "--sign", identity, "--bundle-inventory"}}) {
-        EXPECT_EQ(run(other), 1);
-        EXPECT_TRUE(errors.ends_with("not part of this build yet\n")) << errors;
-        EXPECT_EQ(output, "");
-    }
 }
 
 TEST_F(CLITest, decidesAboutAMissingTimestampFromTheOptions) {
