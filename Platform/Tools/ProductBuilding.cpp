@@ -6,8 +6,11 @@
 #include "Platform/Formats/Xar/DataReader.hpp"
 #include "Platform/Formats/Xar/Writer.hpp"
 #include "Platform/Tools/PackageFlattening.hpp"
+#include "Support/FileError.hpp"
 #include "Support/FileManager.hpp"
 #include "Support/SourceDate.hpp"
+
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <deque>
@@ -80,10 +83,18 @@ class Product {
         }
     }
 
+    /// The folder keeps its mode and time, like all that is in it.
     void addResources(const FileURL& folder, const std::stop_token& stop) {
-        entries_.push_back({.entry = {.name = "Resources", .type = EntryType::directory, .mode = 0755},
-                            .content = {},
-                            .children = folderEntries(folder, stop)});
+        struct stat status {};
+        if (::stat(folder.c_str(), &status) != 0) throw FileError("Cannot read", folder, lastSystemError());
+        const auto time = static_cast<std::uint64_t>(std::max<time_t>(status.st_mtime, 0));
+        entries_.push_back(
+            {.entry = {.name = "Resources",
+                       .type = EntryType::directory,
+                       .mode = status.st_mode & 07777U,
+                       .modificationTime = static_cast<std::int64_t>(std::min(time, sourceDate().value_or(time)))},
+             .content = {},
+             .children = folderEntries(folder, stop)});
     }
 
     void write(const XML::Document& distribution, const FileURL& product, const std::stop_token& stop) {
