@@ -68,6 +68,20 @@ TEST_F(RecompressTest, rebuildsTheExampleToTheSameBytesOnAnyNumberOfCores) {
     EXPECT_EQ(machine.temporaryFiles(), Strings{});
 }
 
+TEST_F(RecompressTest, printsWhatTheReadmeShows) {
+    const Outcome outcome = recompress(example, {"--unsigned"});
+    const std::string folder = (machine / "out").string();
+    std::string shown = outcome.errors + outcome.output;
+    shown.replace(shown.find(folder), folder.size(), "/tmp");
+    // The order of a folder's entries, and so of the components, is the file system's.
+    const std::string monitor = "    Rebuilt com.example.harbor.monitor (2.1)\n";
+    const std::string setup = "    Rebuilt com.example.harbor.setup (2.1)\n";
+    if (const auto at = shown.find(setup + monitor); at != std::string::npos) {
+        shown.replace(at, setup.size() + monitor.size(), monitor + setup);
+    }
+    EXPECT_NE(read(source("README.md")).find(shown), std::string::npos) << shown;
+}
+
 TEST_F(RecompressTest, rebuildsAPackageOfScripts) {
     machine.sandbox().writeScript("scripts/postinstall", "exit 0");
     const FileURL package = machine / "in/Scripts.pkg";
