@@ -28,7 +28,7 @@ std::vector<FileURL> componentDirectories(const FileURL& root) {
 }
 
 bool isTopLevelApplication(const std::optional<std::string>& path) {
-    if (!path) return false;
+    if (!path || path->empty()) return false;
     const FileURL url = standardized(std::filesystem::absolute(*path));
     return hasExtension(url, "app") && deletingLastPathComponent(url) == "/Applications";
 }

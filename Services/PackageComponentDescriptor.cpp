@@ -1,9 +1,11 @@
 #include "Services/PackageComponentDescriptor.hpp"
 
+#include "Support/Text.hpp"
+
 namespace corvane {
 
 JSONValue PackageComponentDescriptor::encoded() const {
-    return {{"archiveName", archiveName},
+    return {{"archiveName", Text::decodedUTF8(archiveName)},
             {"identifier", identifier},
             {"version", version},
             {"installLocation", installLocation},

@@ -26,7 +26,13 @@ void requireSameNames(const std::string& what, const NameSet& original, const Na
 PackageLayout packageLayout(const FileURL& root) {
     PackageLayout layout;
     const std::vector<FileURL> entries = FileManager::contentsOfDirectory(root);
-    for (const FileURL& entry : entries) layout.topLevelNames.insert(lastPathComponent(entry));
+    for (const FileURL& entry : entries) {
+        // This file system may keep apart what is one name, and the second entry would be compared with nothing.
+        const std::string name = lastPathComponent(entry);
+        if (!layout.topLevelNames.insert(name).second) {
+            throw PipelineError::invalidInput("Two entries of the package have the same name: " + name);
+        }
+    }
     layout.distribution = existingFile(root / "Distribution");
     if (!layout.distribution) {
         layout.components.emplace("component.pkg", root);

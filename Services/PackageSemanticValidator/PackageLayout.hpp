@@ -20,7 +20,7 @@ struct PackageLayout {
     ComponentFolders components;
 };
 
-/// @throws FileError
+/// @throws PipelineError (`invalidInput`) when two entries have canonically the same name; FileError
 PackageLayout packageLayout(const FileURL& root);
 
 /// @param what the names are, for the error

@@ -49,6 +49,7 @@ TEST_F(InventoryTest, findsTheApplicationsThatLieDirectlyInApplications) {
     EXPECT_EQ(inventory("install-location='/x/..//'"), "com.one 1.0; ");
     EXPECT_EQ(inventory("install-location='/Applications'"), "com.zero -; ");
     EXPECT_EQ(inventory(""), "");
+    EXPECT_EQ(inventory("install-location=''"), "");
     EXPECT_EQ(inventory("install-location='/Users/a/Applications'"), "");
 }
 

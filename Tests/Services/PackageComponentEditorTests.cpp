@@ -35,6 +35,9 @@ TEST(PackageComponentEditor, readsASingleComponentWithItsDefaults) {
     JSONValue incomplete = expected[0].encoded();
     incomplete.erase("scripts");
     EXPECT_THROW(PackageComponentDescriptor::decode(incomplete), JSONValue::exception);
+    PackageComponentDescriptor oddlyNamed = expected[0];
+    oddlyNamed.archiveName = "\xff.pkg"; // a file's name is any bytes, a text in JSON is not
+    EXPECT_EQ(oddlyNamed.encoded()["archiveName"], "\uFFFD.pkg");
 }
 
 TEST(PackageComponentEditor, readsTheFoldersOfADistributionInCanonicalOrder) {

@@ -212,6 +212,15 @@ TEST_F(ValidatorTest, subtractsWhatWasRemovedOnRequest) {
     EXPECT_TRUE(verdict(removed).starts_with("Recompression changed top-level package layout. "));
 }
 
+TEST_F(ValidatorTest, refusesNamesOfWhichOnlyOneWouldBeCompared) {
+    for (const char* folder : {"original", "rebuilt"}) {
+        for (const char* name : {"/\u00e9.pkg", "/e\u0301.pkg"}) {
+            fakes.sandbox().write(std::string(folder) + name + "/PackageInfo", folder);
+        }
+    }
+    EXPECT_TRUE(verdict().starts_with("Two entries of the package have the same name: "));
+}
+
 TEST_F(ValidatorTest, tellsWhichToolFailed) {
     fakes.tool("lsbom", "echo no bill >&2; exit 1");
     damage("echo >> a.pkg/Bom");
