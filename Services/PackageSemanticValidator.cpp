@@ -5,6 +5,7 @@
 #include "Services/PackageSemanticValidator/DistributionComparison.hpp"
 #include "Services/PackageSemanticValidator/PackageInfoMetadata.hpp"
 #include "Services/PackageSemanticValidator/PackageLayout.hpp"
+#include "Support/FileManager.hpp"
 #include "Support/UUID.hpp"
 
 namespace corvane::PackageSemanticValidator {
@@ -13,6 +14,12 @@ namespace {
 NameSet componentNames(const PackageLayout& layout) {
     NameSet names;
     for (const auto& [name, folder] : layout.components) names.insert(name);
+    return names;
+}
+
+NameSet names(const FileURL& folder) {
+    NameSet names;
+    for (const FileURL& entry : FileManager::contentsOfDirectory(folder)) names.insert(lastPathComponent(entry));
     return names;
 }
 
@@ -30,6 +37,8 @@ void compareComponent(const std::string& name, const FileURL& original, const Fi
     compareOptionalDirectory(existingDirectory(original / "Payload"), existingDirectory(rebuilt / "Payload"),
                              "payload in " + name, stop);
     compareBOM(original / "Bom", rebuilt / "Bom", name, stop);
+    // Nothing else that the vendor put there is rebuilt, so it must not be there.
+    requireSameNames("contents of " + name, names(original), names(rebuilt));
 }
 
 } // namespace

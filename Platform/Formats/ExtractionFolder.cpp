@@ -54,7 +54,7 @@ UniqueDescriptor ExtractionFolder::openFolder(const std::string& path, bool crea
         const std::size_t end = std::min(path.find('/', start), path.size());
         const std::string name = path.substr(start, end - start);
         if (create && ::mkdirat(folder.get(), name.c_str(), S_IRWXU) == 0) {
-            folders_.push_back({path.substr(0, end), {}});
+            folders_.try_emplace(path.substr(0, end));
         } else if (create && errno != EEXIST) {
             throw FileError("Cannot create the folder", url(path.substr(0, end)), lastSystemError());
         }
@@ -90,7 +90,7 @@ void ExtractionFolder::addFolder(const std::string& path, const FileAttributes& 
                 throw FileError("Cannot create the folder", url(path), std::make_error_code(std::errc::file_exists));
         }
     }
-    folders_.push_back({path == "." ? "" : path, attributes});
+    folders_.insert_or_assign(path == "." ? "" : path, attributes);
 }
 
 void ExtractionFolder::addFile(const std::string& path, const FileAttributes& attributes, std::uint64_t size,
@@ -149,11 +149,12 @@ UniqueDescriptor ExtractionFolder::openFile(const std::string& path) {
 }
 
 void ExtractionFolder::finish() {
-    // Where a folder was implied first and named later, the later attributes stay.
-    for (const FolderAttributes& each : folders_) {
-        const UniqueDescriptor folder = openFolder(each.path, false);
-        const std::uint32_t mode = each.attributes.mode.value_or(defaultFolderMode) | S_IRUSR | S_IXUSR;
-        applyAttributes(folder.get(), url(each.path), each.attributes.modificationTime, mode);
+    // What is in a folder comes before it, since its mode may close it to us.
+    for (auto each = folders_.rbegin(); each != folders_.rend(); ++each) {
+        const auto& [path, attributes] = *each;
+        const UniqueDescriptor folder = openFolder(path, false);
+        applyAttributes(folder.get(), url(path), attributes.modificationTime,
+                        attributes.mode.value_or(defaultFolderMode));
     }
 }
 

@@ -5,6 +5,7 @@
 #include "Support/UniqueDescriptor.hpp"
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <stop_token>
 #include <string>
@@ -26,8 +27,7 @@ bool keepsReserve(std::uint64_t total, std::uint64_t available, std::uint64_t ne
 /// Writes the entries of an archive below one folder. Paths are relative and are followed component by component from
 /// the folder's descriptor, never through a link, so no entry lands elsewhere. Nothing that exists is replaced. Files
 /// belong to the caller, whatever the archive says. Folders stay writable until `finish` gives them their modes and
-/// times; the owner can always enter and change them, so that they can be removed. Folders that no entry names get
-/// 0755.
+/// times, which may close them to the caller. Folders that no entry names get 0755.
 ///
 /// Writing stops with a FileError (ENOSPC) before the file system is full: a twentieth of it stays free.
 /// All operations throw FileError, FormatError for a path that leaves the folder, and CancellationError.
@@ -53,10 +53,6 @@ class ExtractionFolder {
         int folder;
         std::string name;
     };
-    struct FolderAttributes {
-        std::string path;
-        FileAttributes attributes;
-    };
 
     Place place(const std::string& path);
     UniqueDescriptor openFolder(const std::string& path, bool create);
@@ -70,7 +66,8 @@ class ExtractionFolder {
     /// The folder of the last entry: archives list a folder's entries together.
     std::string currentPath_;
     UniqueDescriptor current_;
-    std::vector<FolderAttributes> folders_;
+    /// By path, a folder before what is in it.
+    std::map<std::string, FileAttributes> folders_;
     std::vector<char> buffer_;
 };
 

@@ -181,6 +181,7 @@ TEST_F(ValidatorTest, showsTheOneThingThatChanged) {
         {"ln -sfn B a.pkg/Payload/link", "payload in a.pkg. Original: vendor contents. Rebuilt: Symbolic links "},
         {"chmod 4755 a.pkg/Payload/x", "payload in a.pkg file metadata. Original: link=link:777:A\\nx=file:644. "
                                        "Rebuilt: link=link:777:A\\nx=file:4755"},
+        {"touch b.pkg/extra", "contents of b.pkg. Original: PackageInfo. Rebuilt: PackageInfo, extra"},
         {"rm a.pkg/Bom", "BOM in a.pkg. Original: present. Rebuilt: absent"},
         {"sed -i s/644/755/ a.pkg/Bom",
          "payload BOM in a.pkg (binary contents differ). Original: ./x\t100644. Rebuilt: "
