@@ -4,6 +4,7 @@
 #include "Platform/Tools/ComponentBuilding.hpp"
 #include "Platform/Tools/OptionList.hpp"
 #include "Platform/Tools/Tool.hpp"
+#include "Support/Text.hpp"
 
 namespace corvane::Tools {
 namespace {
@@ -14,12 +15,12 @@ constexpr const char* usage =
     "                [--install-location FOLDER] [--scripts FOLDER] [--ownership recommended]\n"
     "                [--compression legacy | --compression latest --min-os-version VERSION] PACKAGE\n"
     "       pkgbuild --nopayload --identifier ID [--version VERSION] [--install-location FOLDER]\n"
-    "                [--scripts FOLDER] PACKAGE";
+    "                [--scripts FOLDER] [--min-os-version VERSION] PACKAGE";
 
 /// The mark of the toolchain in what it makes.
 constexpr const char* generatorVersion = "Corvane-" CORVANE_VERSION;
 
-void report(const std::string& step) { print("pkgbuild: " + step + "\n"); }
+void report(const std::string& step) { print(Text::printable("pkgbuild: " + step) + "\n"); }
 
 [[noreturn]] void refuse(const std::string& problem) { throw UsageError(problem + "\n" + usage); }
 
@@ -51,7 +52,7 @@ ComponentRequest request(const OptionList& options) {
     }
     if (options.value("--identifier").value_or("").empty()) refuse("--identifier is missing.");
     if (options.has("--nopayload")) {
-        requireAbsent(options, {"--root", "--component-plist", "--compression"}, "without a payload");
+        requireAbsent(options, {"--root", "--component-plist"}, "without a payload");
     } else if (!options.has("--root")) {
         refuse("Neither --root nor --nopayload is given.");
     }
