@@ -256,19 +256,18 @@ TEST(Pkgutil, refusesWhatItCannotPlace) {
 TEST(Pkgutil, expandsLinksAndOnlyArchivesOfScripts) {
     const Sandbox sandbox;
     const std::string stored = TestArchive::storedFile("Scripts", "plain");
+    const std::string link = "<file id='7'><type>symlink</type><link type='broken'>/etc</link><name>link</name></file>";
     const std::string folder =
-        "<file id='5'><type>directory</type><mode>0111</mode><name>Resources</name>" + stored + "</file>";
-    const std::string links =
-        "<file id='6'><type link='1'>hardlink</type><name>again</name></file>"
-        "<file id='7'><type>symlink</type><link type='broken'>/etc</link><name>link</name></file>";
-    sandbox.write("links.pkg", TestArchive::bytes(TestArchive::contents(folder + links), "plain"));
+        "<file id='5'><type>directory</type><mode>0111</mode><name>Resources</name>" + stored + link + "</file>";
+    const std::string hardLink = "<file id='6'><type link='1'>hardlink</type><name>again</name></file>";
+    sandbox.write("links.pkg", TestArchive::bytes(TestArchive::contents(folder + hardLink), "plain"));
     EXPECT_EQ(expand(sandbox / "links.pkg", sandbox / "out").status, 0);
     EXPECT_EQ(TestSupport::read(sandbox / "out/Resources/Scripts"), "plain");
     EXPECT_EQ(TestSupport::read(sandbox / "out/again"), "plain");
-    EXPECT_EQ(std::filesystem::read_symlink(sandbox / "out/link"), "/etc");
+    EXPECT_EQ(std::filesystem::read_symlink(sandbox / "out/Resources/link"), "/etc");
     EXPECT_EQ(std::filesystem::status(sandbox / "out/Resources").permissions(), std::filesystem::perms(0711));
     for (const std::string& elements :
-         {stored, folder + "<file id='6'><type link='9'>hardlink</type><name>again</name></file>",
+         {stored, link, folder + "<file id='6'><type link='9'>hardlink</type><name>again</name></file>",
           std::string("<file id='1'><type>fifo</type><name>pipe</name></file>")}) {
         sandbox.write("bad.pkg", TestArchive::bytes(TestArchive::contents(elements), "plain"));
         EXPECT_EQ(expand(sandbox / "bad.pkg", sandbox / "bad").status, 1) << elements;
