@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Support/FileURL.hpp"
+#include "Support/Text.hpp"
 
 #include <cerrno>
 #include <stdexcept>
@@ -10,12 +11,13 @@
 namespace corvane {
 
 /// The system's refusal of a file operation. The text names what failed, the file and the system's reason, for example
-/// "Cannot create the folder /out: Permission denied".
+/// "Cannot create the folder /out: Permission denied". Names come from archives too, so whatever could steer a terminal
+/// is replaced.
 class FileError : public std::runtime_error {
   public:
     /// @param action what was tried, for example "Cannot read"
     FileError(const std::string& action, const FileURL& url, std::error_code code)
-        : std::runtime_error(action + " " + url.string() + ": " + code.message()), code_(code) {}
+        : std::runtime_error(action + " " + Text::printable(url.string()) + ": " + code.message()), code_(code) {}
 
     const std::error_code& code() const { return code_; }
 

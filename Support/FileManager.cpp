@@ -4,6 +4,7 @@
 #include "Support/UniqueDescriptor.hpp"
 #include "Support/WriteAll.hpp"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,27 +12,32 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <system_error>
 
 namespace corvane::FileManager {
 namespace fs = std::filesystem;
 namespace {
 
-/// Gives every folder below `root` its owner's permissions back, so that what is in it can be removed.
-void makeFoldersWritable(const FileURL& root) {
-    std::vector<FileURL> pending{root};
-    while (!pending.empty()) {
-        const FileURL folder = std::move(pending.back());
-        pending.pop_back();
-        std::error_code ignored;
-        fs::permissions(folder, fs::perms::owner_all, fs::perm_options::add, ignored);
-        std::error_code unreadable;
-        for (fs::directory_iterator entry(folder, unreadable), end; !unreadable && entry != end;
-             entry.increment(unreadable)) {
-            if (fs::symlink_status(entry->path(), ignored).type() == fs::file_type::directory) {
-                pending.push_back(entry->path());
-            }
-        }
+/// Gives a folder, and every one below, its owner's permissions back, so that what is in it can be removed. Goes by
+/// descriptors: a path may be longer than the system takes. The system's number of open files bounds the depth.
+void makeFoldersWritable(int parent, const char* name) {
+    struct Close {
+        void operator()(DIR* open) const { ::closedir(open); }
+    };
+    struct stat status {};
+    if (::fstatat(parent, name, &status, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISDIR(status.st_mode)) return;
+    ::fchmodat(parent, name, (status.st_mode & 07777U) | S_IRWXU, 0);
+    const int descriptor = ::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (descriptor < 0) return;
+    const std::unique_ptr<DIR, Close> folder(::fdopendir(descriptor));
+    if (!folder) {
+        ::close(descriptor);
+        return;
+    }
+    while (const dirent* entry = ::readdir(folder.get())) {
+        const std::string_view child = entry->d_name;
+        if (child != "." && child != "..") makeFoldersWritable(::dirfd(folder.get()), entry->d_name);
     }
 }
 
@@ -156,7 +162,7 @@ void removeItem(const FileURL& url) {
     std::error_code failure;
     fs::remove_all(url, failure);
     if (failure == std::errc::permission_denied && fs::is_directory(fs::symlink_status(url))) {
-        makeFoldersWritable(url);
+        makeFoldersWritable(AT_FDCWD, url.c_str());
         fs::remove_all(url, failure);
     }
     if (failure) throw FileError("Cannot remove", url, failure);

@@ -78,9 +78,14 @@ ExtractionFolder::Place ExtractionFolder::place(const std::string& path) {
     return {current_.get(), slash == std::string::npos ? path : path.substr(slash + 1)};
 }
 
+ExtractionFolder::Place ExtractionFolder::newPlace(const std::string& path, std::uint64_t size) {
+    requireSpace(size);
+    return place(path);
+}
+
 void ExtractionFolder::addFolder(const std::string& path, const FileAttributes& attributes) {
     if (path != ".") {
-        const Place target = place(path);
+        const Place target = newPlace(path);
         if (::mkdirat(target.folder, target.name.c_str(), S_IRWXU) != 0) {
             struct stat status {};
             const bool exists = errno == EEXIST &&
@@ -95,8 +100,7 @@ void ExtractionFolder::addFolder(const std::string& path, const FileAttributes& 
 
 void ExtractionFolder::addFile(const std::string& path, const FileAttributes& attributes, std::uint64_t size,
                                ByteSource& content) {
-    const Place target = place(path);
-    requireSpace(size);
+    const Place target = newPlace(path, size);
     constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
     const UniqueDescriptor file(::openat(target.folder, target.name.c_str(), flags, S_IRUSR | S_IWUSR));
     require(static_cast<bool>(file), "Cannot create", url(path));
@@ -117,13 +121,16 @@ void ExtractionFolder::write(int descriptor, const FileURL& name, std::uint64_t 
 void ExtractionFolder::requireSpace(std::uint64_t size) const {
     struct statvfs status {};
     require(::fstatvfs(rootDescriptor_.get(), &status) == 0, "Cannot read the free space at", root_);
-    if (keepsReserve(status.f_blocks * status.f_frsize, status.f_bavail * status.f_frsize, size)) return;
+    // Some file systems have no fixed number of files, and say 0.
+    const bool holdsOneMore = status.f_files == 0 || keepsReserve(status.f_files, status.f_favail, 1);
+    if (holdsOneMore && keepsReserve(status.f_blocks * status.f_frsize, status.f_bavail * status.f_frsize, size))
+        return;
     throw FileError("Cannot extract to", root_, std::make_error_code(std::errc::no_space_on_device));
 }
 
 void ExtractionFolder::addSymbolicLink(const std::string& path, const std::string& target,
                                        const FileAttributes& attributes) {
-    const Place link = place(path);
+    const Place link = newPlace(path);
     require(::symlinkat(target.c_str(), link.folder, link.name.c_str()) == 0, "Cannot create the link", url(path));
     if (!attributes.modificationTime) return;
     const timespec times[2] = {{0, UTIME_OMIT}, {static_cast<time_t>(*attributes.modificationTime), 0}};

@@ -21,7 +21,8 @@ struct FileAttributes {
     std::optional<std::int64_t> modificationTime;
 };
 
-/// True when a file system of `total` bytes keeps a twentieth of them free after `needed` of the `available` ones.
+/// True when a file system of `total` bytes, or files, keeps a twentieth of them free after `needed` of the `available`
+/// ones.
 bool keepsReserve(std::uint64_t total, std::uint64_t available, std::uint64_t needed);
 
 /// Writes the entries of an archive below one folder. Paths are relative and are followed component by component from
@@ -29,7 +30,8 @@ bool keepsReserve(std::uint64_t total, std::uint64_t available, std::uint64_t ne
 /// belong to the caller, whatever the archive says. Folders stay writable until `finish` gives them their modes and
 /// times, which may close them to the caller. Folders that no entry names get 0755.
 ///
-/// Writing stops with a FileError (ENOSPC) before the file system is full: a twentieth of it stays free.
+/// Writing stops with a FileError (ENOSPC) before the file system is full: a twentieth of its bytes stays free, and of
+/// the files that it can hold.
 /// All operations throw FileError, FormatError for a path that leaves the folder, and CancellationError.
 class ExtractionFolder {
   public:
@@ -55,6 +57,8 @@ class ExtractionFolder {
     };
 
     Place place(const std::string& path);
+    /// The place of something new that takes `size` bytes.
+    Place newPlace(const std::string& path, std::uint64_t size = 0);
     UniqueDescriptor openFolder(const std::string& path, bool create);
     void write(int descriptor, const FileURL& name, std::uint64_t size, ByteSource& content);
     void requireSpace(std::uint64_t size) const;

@@ -4,6 +4,7 @@
 #include "Platform/Tools/Tool.hpp"
 #include "Support/CancellationError.hpp"
 #include "Support/FileError.hpp"
+#include "Support/Text.hpp"
 
 #include <unistd.h>
 
@@ -19,7 +20,7 @@ int runBuilding(const std::string& name, const std::function<void(const std::sto
         } catch (const CancellationError&) {
             throw;
         } catch (const std::exception& error) {
-            printError(name + ": error: " + error.what() + "\n");
+            printError(Text::printable(name + ": error: " + error.what()) + "\n");
             return 1;
         }
     });

@@ -3,6 +3,7 @@
 #include "Platform/Tools/Tool.hpp"
 #include "Support/FileError.hpp"
 #include "Support/FileURL.hpp"
+#include "Support/Text.hpp"
 #include "Support/WriteAll.hpp"
 
 #include <unistd.h>
@@ -47,7 +48,7 @@ int runTool(const Tool& tool, const Arguments& arguments) {
         printError(std::string(error.what()) + "\n");
         return error.status();
     } catch (const std::exception& error) {
-        printError(std::string(tool.name) + ": " + error.what() + "\n");
+        printError(Text::printable(std::string(tool.name) + ": " + error.what()) + "\n");
         return 1;
     }
 }

@@ -8,7 +8,9 @@
 #include "Platform/Formats/Xar/DataReader.hpp"
 #include "Support/AtomicFolder.hpp"
 
+#include <algorithm>
 #include <map>
+#include <set>
 
 namespace corvane::Tools {
 namespace {
@@ -16,17 +18,20 @@ namespace {
 using Xar::Entry;
 using Xar::EntryType;
 
-/// Where names have their meaning: at the top of a product or of a component, which has a PackageInfo.
-bool isAtTopOfPackage(const Xar::TableOfContents& contents, const std::string& path, const Entry& entry) {
-    if (path == entry.name) return true;
-    const std::string component = path.substr(0, path.find('/'));
-    return path == component + "/" + entry.name && contents.find(component + "/PackageInfo") != nullptr;
+bool isComponent(const std::vector<Entry>& entries) {
+    return std::any_of(entries.begin(), entries.end(), [](const Entry& each) { return each.name == "PackageInfo"; });
 }
 
 class Expansion {
   public:
     Expansion(const Xar::Archive& archive, Payloads payloads, ExtractionFolder& folder)
-        : archive_(archive), payloads_(payloads), folder_(folder) {}
+        : archive_(archive), payloads_(payloads), folder_(folder) {
+        const std::vector<Entry>& entries = archive.contents().entries;
+        if (isComponent(entries)) components_.insert("");
+        for (const Entry& entry : entries) {
+            if (isComponent(entry.children)) components_.insert(entry.name + "/");
+        }
+    }
 
     void run() {
         archive_.contents().visit([&](const std::string& path, const Entry& entry) { add(path, entry); });
@@ -41,7 +46,26 @@ class Expansion {
         return {.mode = entry.mode, .modificationTime = time};
     }
 
+    bool isInComponent(const std::string& path, const Entry& entry) const {
+        return components_.contains(path.substr(0, path.size() - entry.name.size()));
+    }
+
+    /// Where names have their meaning: at the top of a product or of a component.
+    bool isAtTopOfPackage(const std::string& path, const Entry& entry) const {
+        return path == entry.name || isInComponent(path, entry);
+    }
+
+    /// A folder would be taken for the content of an archive, and another name of a file for no archive at all.
+    void requireArchive(const std::string& path, const Entry& entry) const {
+        const bool isArchive = entry.name == "Payload" || entry.name == "Scripts";
+        const bool isOther = entry.type == EntryType::directory || entry.type == EntryType::hardLink;
+        if (isArchive && isOther && isInComponent(path, entry)) {
+            throw FormatError("xar: " + path + " is no file, where a component has an archive");
+        }
+    }
+
     void add(const std::string& path, const Entry& entry) {
+        requireArchive(path, entry);
         switch (entry.type) {
         case EntryType::directory:
             return addFolder(path, entry);
@@ -67,7 +91,7 @@ class Expansion {
     /// Whoever works on the expanded package takes what stands there for the package's own: through a link, a payload
     /// could be any folder of this machine.
     void addSymbolicLink(const std::string& path, const Entry& entry) {
-        if (isAtTopOfPackage(archive_.contents(), path, entry)) {
+        if (isAtTopOfPackage(path, entry)) {
             throw FormatError("xar: " + path + " is a link, where a package has a file or a folder");
         }
         folder_.addSymbolicLink(path, entry.linkTarget, attributes(entry));
@@ -76,13 +100,10 @@ class Expansion {
     void addFile(const std::string& path, const Entry& entry) {
         filesByID_.emplace(entry.id, path);
         try {
-            if (!entry.data) {
-                MemorySource nothing("");
-                return folder_.addFile(path, attributes(entry), 0, nothing);
-            }
-            Xar::DataReader content(archive_, *entry.data);
+            const Xar::Data none;
+            Xar::DataReader content(archive_, entry.data ? *entry.data : none);
             if (isToBecomeFolder(path, entry)) return addArchive(path, content);
-            folder_.addFile(path, attributes(entry), entry.data->size, content);
+            folder_.addFile(path, attributes(entry), entry.data ? entry.data->size : 0, content);
         } catch (const FormatError& error) {
             throw FormatError(path + ": " + error.what());
         }
@@ -90,7 +111,7 @@ class Expansion {
 
     bool isToBecomeFolder(const std::string& path, const Entry& entry) const {
         const bool isWanted = entry.name == "Scripts" || (entry.name == "Payload" && payloads_ == Payloads::expand);
-        return isWanted && isAtTopOfPackage(archive_.contents(), path, entry);
+        return isWanted && isAtTopOfPackage(path, entry);
     }
 
     void addArchive(const std::string& path, ByteSource& content) {
@@ -108,6 +129,8 @@ class Expansion {
     const Xar::Archive& archive_;
     Payloads payloads_;
     ExtractionFolder& folder_;
+    /// Where the content of each component lies: "" in a component package, "Name.pkg/" in a product.
+    std::set<std::string> components_;
     std::map<std::uint64_t, std::string> filesByID_;
     std::map<std::string, std::uint64_t> hardLinks_;
 };

@@ -84,8 +84,8 @@ int printPackageInformation(const std::string& package) {
         print(lines);
         return 0;
     } catch (const std::exception& error) {
-        printError("installer: Error - the package path specified was invalid: '" + package + "'.\n" + error.what() +
-                   "\n");
+        printError(Text::printable("installer: Error - the package path specified was invalid: '" + package + "'.") +
+                   "\n" + Text::printable(error.what()) + "\n");
         return 1;
     }
 }

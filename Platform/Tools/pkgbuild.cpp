@@ -4,6 +4,7 @@
 #include "Platform/Tools/ComponentBuilding.hpp"
 #include "Platform/Tools/OptionList.hpp"
 #include "Platform/Tools/Tool.hpp"
+#include "Support/Text.hpp"
 
 namespace corvane::Tools {
 namespace {
@@ -18,7 +19,7 @@ constexpr const char* usage =
 /// The mark of the toolchain in what it makes.
 constexpr const char* generatorVersion = "Corvane-" CORVANE_VERSION;
 
-void report(const std::string& step) { print("pkgbuild: " + step + "\n"); }
+void report(const std::string& step) { print(Text::printable("pkgbuild: " + step) + "\n"); }
 
 [[noreturn]] void refuse(const std::string& problem) { throw UsageError(problem + "\n" + usage); }
 

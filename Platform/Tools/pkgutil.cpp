@@ -7,6 +7,7 @@
 #include "Platform/Tools/Tool.hpp"
 #include "Support/CancellationError.hpp"
 #include "Support/FileError.hpp"
+#include "Support/Text.hpp"
 
 namespace corvane::Tools {
 namespace {
@@ -18,7 +19,8 @@ constexpr const char* usage = "Usage: pkgutil --expand PACKAGE FOLDER\n"
 
 /// The first line of a failure is always the same; callers know it.
 int reportFailure(const FileURL& package, const std::exception& error) {
-    printError("Could not open package for expansion: " + package.string() + "\n" + error.what() + "\n");
+    printError(Text::printable("Could not open package for expansion: " + package.string()) + "\n" +
+               Text::printable(error.what()) + "\n");
     return 1;
 }
 

@@ -15,6 +15,8 @@ constexpr std::size_t magicSize = 6;
 constexpr std::size_t octalHeaderSize = 76;
 constexpr std::size_t hexadecimalHeaderSize = 110;
 constexpr std::string_view trailerName = "TRAILER!!!";
+/// Zeros behind the trailer that fill the last block; tapes had blocks of kilobytes.
+constexpr std::uint64_t paddingLimit = std::uint64_t{1} << 20;
 
 /// A name as stored may stand behind "./", and a folder's may end in a slash.
 std::string normalized(std::string name) {
@@ -126,10 +128,12 @@ std::optional<Entry> Reader::next() {
     isChecked_ = form_ == Form::checked && entry.isFile();
     if (name == trailerName) {
         ended_ = true;
-        skipData();
+        if (entry.size != 0) fail("expected a trailer without data, found some");
         requireZerosToTheEnd();
         return std::nullopt;
     }
+    namesSize_ += name.size();
+    if (++entryCount_ > entryLimit || namesSize_ > namesLimit) fail("expected fewer entries");
     entry.path = normalized(name);
     if (entry.isDirectory() && entry.size != 0) fail("expected a folder without data, found some");
     if (entry.isSymbolicLink()) {
@@ -166,11 +170,13 @@ void Reader::skipData() {
 
 void Reader::requireZerosToTheEnd() {
     std::array<char, 4096> buffer{};
+    const std::uint64_t limit = offset_ + paddingLimit;
     while (const std::size_t count = archive_.read(buffer)) {
         if (std::any_of(buffer.begin(), buffer.begin() + count, [](char byte) { return byte != 0; })) {
             fail("expected zeros after the last entry, found other bytes");
         }
         offset_ += count;
+        if (offset_ > limit) fail("expected fewer zeros after the last entry");
     }
 }
 

@@ -13,6 +13,10 @@ namespace corvane::Cpio {
 /// 070702 with checksums), entry by entry. All operations throw FormatError, and what the source throws.
 class Reader : public ByteSource {
   public:
+    /// Most entries that an archive may have, and bytes in all their names: whoever keeps a list of them needs a bound.
+    static constexpr std::uint64_t entryLimit = std::uint64_t{1} << 22;
+    static constexpr std::uint64_t namesLimit = std::uint64_t{512} << 20;
+
     /// @param archive must outlive the reader
     explicit Reader(ByteSource& archive) : archive_(archive) {}
 
@@ -46,6 +50,8 @@ class Reader : public ByteSource {
     bool isChecked_ = false;
     std::uint32_t expectedChecksum_ = 0;
     std::uint32_t checksum_ = 0;
+    std::uint64_t entryCount_ = 0;
+    std::uint64_t namesSize_ = 0;
     bool ended_ = false;
 };
 

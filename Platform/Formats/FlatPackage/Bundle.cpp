@@ -14,14 +14,18 @@ bool contains(const FileURL& folder, const FileURL& url) {
     return std::mismatch(folder.begin(), folder.end(), url.begin(), url.end()).first == folder.end();
 }
 
-/// The real path of a folder's Info.plist; nothing when there is none, or it lies outside of the root.
+/// The real path of a file; nothing when there is none, or links lead out of the root to it.
+std::optional<FileURL> fileWithin(const FileURL& realRoot, const FileURL& url) {
+    std::error_code error;
+    FileURL real = std::filesystem::canonical(url, error);
+    if (error || !contains(realRoot, real) || !std::filesystem::is_regular_file(real, error)) return std::nullopt;
+    return real;
+}
+
+/// The real path of a folder's Info.plist.
 std::optional<FileURL> informationFile(const FileURL& folder, const FileURL& realRoot) {
-    for (const char* place : {"Contents/Info.plist", "Resources/Info.plist"}) {
-        std::error_code error;
-        const FileURL real = std::filesystem::canonical(folder / place, error);
-        if (!error && std::filesystem::is_regular_file(real, error) && contains(realRoot, real)) return real;
-    }
-    return std::nullopt;
+    auto file = fileWithin(realRoot, folder / "Contents/Info.plist");
+    return file ? file : fileWithin(realRoot, folder / "Resources/Info.plist");
 }
 
 std::optional<PropertyList::Value> readIfPossible(const FileURL& url) {
@@ -41,7 +45,7 @@ std::optional<std::string> text(const std::optional<PropertyList::Value>& list, 
     return *found;
 }
 
-std::optional<Bundle> readBundle(const std::string& path, const FileURL& information) {
+std::optional<Bundle> readBundle(const std::string& path, const FileURL& information, const FileURL& realRoot) {
     const auto list = readIfPossible(information);
     const auto identifier = text(list, "CFBundleIdentifier");
     if (!identifier) return std::nullopt;
@@ -52,7 +56,8 @@ std::optional<Bundle> readBundle(const std::string& path, const FileURL& informa
                   .sourceVersion = text(list, "SourceVersion"),
                   .buildVersion = text(list, "BuildVersion")};
     // The platform's own builds note these two in a list beside.
-    const auto versions = readIfPossible(information.parent_path() / "version.plist");
+    const auto versionFile = fileWithin(realRoot, information.parent_path() / "version.plist");
+    const auto versions = versionFile ? readIfPossible(*versionFile) : std::nullopt;
     if (!bundle.sourceVersion) bundle.sourceVersion = text(versions, "SourceVersion");
     if (!bundle.buildVersion) bundle.buildVersion = text(versions, "BuildVersion");
     return bundle;
@@ -70,7 +75,7 @@ std::vector<Bundle> findBundles(const FolderTree& tree, const std::stop_token& s
         checkCancellation(stop);
         const auto information = informationFile(tree.url(entry), realRoot);
         if (!information || !known.insert(*information).second) continue;
-        auto bundle = readBundle(entry.path, *information);
+        auto bundle = readBundle(entry.path, *information, realRoot);
         if (!bundle) continue;
         bundle->isNested = !outermost.empty() && entry.path.starts_with(outermost + "/");
         if (!bundle->isNested) outermost = entry.path;

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <set>
 
 namespace corvane::FlatPackage {
 namespace {
@@ -87,10 +88,11 @@ class Completion {
 
 std::vector<std::string> referencedPackages(const XML::Document& distribution) {
     std::vector<std::string> names;
+    std::set<std::string> known;
     for (const XML::Node& reference : namingReferences(distribution)) {
         const std::string name = *PackageReference::packageName(reference);
         EntryName::checkComponent(name, "Distribution");
-        if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
+        if (known.insert(name).second) names.push_back(name);
     }
     return names;
 }

@@ -265,11 +265,13 @@ TEST(Pkgbuild, compressesInBlocksForCurrentSystems) {
 TEST(Pkgbuild, buildsWithoutAPayload) {
     const Sandbox sandbox;
     sandbox.writeScript("scripts/postinstall", "exit 0\n");
-    buildAndExpand(sandbox, {"--nopayload", "--scripts", sandbox / "scripts"});
+    buildAndExpand(sandbox, {"--nopayload", "--compression", "latest", "--min-os-version", "12.0", "--scripts",
+                             sandbox / "scripts"});
     EXPECT_EQ(FileManager::contentsOfDirectory(sandbox / "out").size(), 2U);
     const XML::Document info = XML::Document::read(sandbox / "out/PackageInfo");
     EXPECT_EQ(info.query("/pkg-info/payload[@numberOfFiles='0'][@installKBytes='0']").size(), 1U);
     EXPECT_EQ(info.query("/pkg-info/scripts/postinstall[@file='./postinstall']").size(), 1U);
+    EXPECT_EQ(info.root().attribute("minimumSystemVersion"), "12.0");
 }
 
 TEST(Pkgbuild, makesTheSameBytesOfTheSameTree) {

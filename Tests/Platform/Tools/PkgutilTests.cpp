@@ -259,8 +259,8 @@ TEST(Pkgutil, expandsLinksAndOnlyArchivesOfScripts) {
     const std::string link = "<file id='7'><type>symlink</type><link type='broken'>/etc</link><name>link</name></file>";
     const std::string folder =
         "<file id='5'><type>directory</type><mode>0111</mode><name>Resources</name>" + stored + link + "</file>";
-    const std::string again = "<file id='6'><type link='1'>hardlink</type><name>again</name></file>";
-    sandbox.write("links.pkg", TestArchive::bytes(TestArchive::contents(folder + again), "plain"));
+    const std::string hardLink = "<file id='6'><type link='1'>hardlink</type><name>again</name></file>";
+    sandbox.write("links.pkg", TestArchive::bytes(TestArchive::contents(folder + hardLink), "plain"));
     EXPECT_EQ(expand(sandbox / "links.pkg", sandbox / "out").status, 0);
     EXPECT_EQ(TestSupport::read(sandbox / "out/Resources/Scripts"), "plain");
     EXPECT_EQ(TestSupport::read(sandbox / "out/again"), "plain");
