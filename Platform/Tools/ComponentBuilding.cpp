@@ -96,7 +96,7 @@ class Building {
     }
 
     template <class Compressor>
-    std::vector<std::uint32_t> archive(const FolderTree& tree, const char* name) {
+    Cpio::FolderChecksums archive(const FolderTree& tree, const char* name) {
         AtomicFile output(work_.url() / name);
         Compressor compressor([&](std::string_view bytes) { output.write(bytes); });
         auto checksums =

@@ -12,7 +12,7 @@ enum class EntryType : std::uint8_t { file = 1, directory = 2, symbolicLink = 3,
 struct Architecture {
     std::uint32_t cpuType = 0;
     std::uint32_t cpuSubtype = 0;
-    /// Bytes of the slice.
+    /// Bytes of the slice, modulo 4 GiB.
     std::uint32_t size = 0;
     /// POSIX checksum of the slice.
     std::uint32_t checksum = 0;

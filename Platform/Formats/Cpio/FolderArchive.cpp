@@ -1,6 +1,8 @@
 #include "Platform/Formats/Cpio/FolderArchive.hpp"
 
+#include "Platform/Formats/Bom/ArchitectureChecksums.hpp"
 #include "Platform/Formats/Cpio/Writer.hpp"
+#include "Platform/Formats/MachO/Slices.hpp"
 #include "Platform/Formats/PosixChecksum.hpp"
 #include "Support/CancellationError.hpp"
 
@@ -10,21 +12,26 @@
 namespace corvane::Cpio {
 namespace {
 
-/// Passes a file's bytes on and computes their checksum.
+/// Passes a file's bytes on and computes their checksums.
 class ChecksummedFile : public ByteSource {
   public:
-    ChecksummedFile(int descriptor, const FileURL& name, std::uint64_t size) : range_(descriptor, name, 0, size) {}
+    ChecksummedFile(int descriptor, const FileURL& name, std::uint64_t size)
+        : range_(descriptor, name, 0, size), architectures_(MachO::slices(source_.front(), size)) {}
 
     std::size_t read(std::span<char> buffer) override {
-        const std::size_t count = range_.read(buffer);
+        const std::size_t count = source_.read(buffer);
         checksum_.update({buffer.data(), count});
+        architectures_.update({buffer.data(), count});
         return count;
     }
     std::uint32_t checksum() { return checksum_.finish(); }
+    std::vector<Bom::Architecture> architectures() { return architectures_.finish(); }
 
   private:
     FileRange range_;
+    PeekingSource source_{range_, MachO::headerSize};
     PosixChecksum checksum_;
+    Bom::ArchitectureChecksums architectures_;
 };
 
 /// Numbers of files with several names come once in an archive, also where counting goes round.
@@ -63,16 +70,15 @@ Entry headerOf(const FolderTree::Entry& source, std::optional<std::uint64_t> lat
 
 } // namespace
 
-std::vector<std::uint32_t> archiveFolder(const FolderTree& tree, std::optional<std::uint64_t> latestTime,
-                                         const std::stop_token& stop,
-                                         const std::function<void(std::string_view)>& sink) {
+FolderChecksums archiveFolder(const FolderTree& tree, std::optional<std::uint64_t> latestTime,
+                              const std::stop_token& stop, const std::function<void(std::string_view)>& sink) {
     Writer writer([&](std::string_view bytes) {
         checkCancellation(stop);
         sink(bytes);
     });
     Inodes inodes(tree);
-    std::vector<std::uint32_t> checksums(tree.entries().size());
-    for (std::size_t place = 0; place < checksums.size(); ++place) {
+    FolderChecksums checksums{.files = std::vector<std::uint32_t>(tree.entries().size()), .architectures = {}};
+    for (std::size_t place = 0; place < checksums.files.size(); ++place) {
         const FolderTree::Entry& source = tree.entries()[place];
         Entry entry = headerOf(source, latestTime);
         entry.inode = inodes.number(place);
@@ -84,7 +90,9 @@ std::vector<std::uint32_t> archiveFolder(const FolderTree& tree, std::optional<s
         ChecksummedFile content(file.get(), tree.url(source), source.size);
         writer.add(entry, &content);
         tree.requireUnchanged(source, file);
-        checksums[place] = content.checksum();
+        checksums.files[place] = content.checksum();
+        auto architectures = content.architectures();
+        if (!architectures.empty()) checksums.architectures.emplace(place, std::move(architectures));
     }
     tree.requireUnchangedFolders();
     writer.finish();

@@ -36,15 +36,21 @@ Bom::Entry bomEntry(const FolderTree::Entry& entry, std::uint32_t checksum, std:
 
 } // namespace
 
-void writePayloadBom(const FolderTree& tree, const std::vector<std::uint32_t>& checksums,
+void writePayloadBom(const FolderTree& tree, const Cpio::FolderChecksums& checksums,
                      std::optional<std::uint64_t> latestTime, const std::function<void(std::string_view)>& sink) {
     constexpr std::uint64_t timeLimit = std::numeric_limits<std::uint32_t>::max();
     Bom::Writer writer;
-    for (std::size_t place = 0; place < checksums.size(); ++place) {
+    for (std::size_t place = 0; place < tree.entries().size(); ++place) {
         const FolderTree::Entry& entry = tree.entries()[place];
-        writer.add(entry.isCompanion
-                       ? companionEntry(entry, tree.entries()[entry.owner])
-                       : bomEntry(entry, checksums[place], std::min(latestTime.value_or(timeLimit), timeLimit)));
+        if (entry.isCompanion) {
+            writer.add(companionEntry(entry, tree.entries()[entry.owner]));
+            continue;
+        }
+        Bom::Entry described =
+            bomEntry(entry, checksums.files[place], std::min(latestTime.value_or(timeLimit), timeLimit));
+        const auto found = checksums.architectures.find(place);
+        if (found != checksums.architectures.end()) described.architectures = found->second;
+        writer.add(described);
     }
     writer.finish(sink);
 }

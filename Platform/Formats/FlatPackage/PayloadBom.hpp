@@ -1,20 +1,20 @@
 #pragma once
 
+#include "Platform/Formats/Cpio/FolderArchive.hpp"
 #include "Platform/Formats/FolderTree.hpp"
 
 #include <cstdint>
 #include <functional>
 #include <optional>
 #include <string_view>
-#include <vector>
 
 namespace corvane::FlatPackage {
 
 /// Writes the Bom of a payload: what its archive says, entry by entry. Owners are 0, as there.
-/// @param checksums of the files' data, in the order of the tree's entries
+/// @param checksums those that the archive's writing gave for the same tree
 /// @param latestTime as for the archive
 /// @throws FormatError for what a Bom cannot hold; what the sink throws
-void writePayloadBom(const FolderTree& tree, const std::vector<std::uint32_t>& checksums,
+void writePayloadBom(const FolderTree& tree, const Cpio::FolderChecksums& checksums,
                      std::optional<std::uint64_t> latestTime, const std::function<void(std::string_view)>& sink);
 
 } // namespace corvane::FlatPackage

@@ -93,6 +93,11 @@ std::map<std::string, std::string> bomLines(const FileURL& url) {
         if (entry->type != Bom::EntryType::directory) {
             line += " " + std::to_string(entry->size) + " " + std::to_string(entry->checksum);
         }
+        for (const Bom::Architecture& each : entry->architectures) {
+            for (const auto number : {each.cpuType, each.cpuSubtype, each.size, each.checksum}) {
+                line += " " + std::to_string(number);
+            }
+        }
     }
     return lines;
 }

@@ -216,6 +216,11 @@ TEST(Pkgbuild, packsATreeThatOtherProgramsRestore) {
     EXPECT_EQ(TestSupport::read(sandbox / "out/Scripts/helpers/text"), "helper");
 }
 
+std::string checksum(const std::string& text) {
+    const std::string line = TestSupport::run({"cksum"}, {.input = text}).output;
+    return line.substr(0, line.find(' '));
+}
+
 TEST(Pkgbuild, describesEveryEntryInTheBom) {
     const Sandbox sandbox;
     makeOddRoot(sandbox);
@@ -230,10 +235,6 @@ TEST(Pkgbuild, describesEveryEntryInTheBom) {
         lines.insert(each->path + text);
     }
     EXPECT_EQ(lines.size(), 16U);
-    const auto checksum = [&](const std::string& text) {
-        const std::string line = TestSupport::run({"cksum"}, {.input = text}).output;
-        return line.substr(0, line.find(' '));
-    };
     for (const std::string& line :
          {std::string(". 40755 0 224 0"), "bin/run 104755 0 700 " + checksum(std::string(700, 'r')),
           "bin/latest 120755 0 10 " + checksum("../bin/run"), "data/two 100644 0 13 " + checksum("the same file"),
@@ -241,6 +242,33 @@ TEST(Pkgbuild, describesEveryEntryInTheBom) {
           "data/._._one 100644 0 12 " + checksum("data/._._one"), std::string("shared 41777 0 96 0")}) {
         EXPECT_TRUE(lines.contains(line)) << line << "\n" << ::testing::PrintToString(lines);
     }
+}
+
+TEST(Pkgbuild, recordsTheArchitecturesOfPrograms) {
+    using namespace std::string_literals;
+    const Sandbox sandbox;
+    FileManager::createDirectory(sandbox / "root");
+    const std::string first(700, 'x');
+    const std::string second(300'000, 'y');
+    sandbox.write("root/a", "text");
+    sandbox.write("root/fat", "\xCA\xFE\xBA\xBE\0\0\0\2"
+                              "\1\0\0\7\x80\0\0\3\0\0\0\x30\0\0\2\xBC\0\0\0\2"
+                              "\1\0\0\x0C\0\0\0\0\0\0\2\xEC\0\4\x93\xE0\0\0\0\2"s +
+                                  first + second);
+    buildAndExpand(sandbox, {"--root", sandbox / "root"});
+    const std::string bytes = TestSupport::read(sandbox / "out/Bom");
+    Bom::Reader reader(bytes);
+    Strings found;
+    while (const auto each = reader.next()) {
+        for (const Bom::Architecture& slice : each->architectures) {
+            found.push_back(each->path);
+            for (const auto number : {slice.cpuType, slice.cpuSubtype, slice.size, slice.checksum}) {
+                found.back() += " " + std::to_string(number);
+            }
+        }
+    }
+    EXPECT_EQ(found,
+              (Strings{"fat 16777223 2147483651 700 " + checksum(first), "fat 16777228 0 300000 " + checksum(second)}));
 }
 
 TEST(Pkgbuild, compressesInBlocksForCurrentSystems) {

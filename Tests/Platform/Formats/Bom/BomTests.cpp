@@ -1,3 +1,4 @@
+#include "Platform/Formats/Bom/ArchitectureChecksums.hpp"
 #include "Platform/Formats/Bom/Reader.hpp"
 #include "Platform/Formats/Bom/Writer.hpp"
 #include "Platform/Formats/FormatError.hpp"
@@ -55,6 +56,24 @@ TEST(PosixChecksum, equalsThatOfCksum) {
         inPieces.update(std::string_view(bytes).substr(0, size / 3));
         inPieces.update(std::string_view(bytes).substr(size / 3));
         EXPECT_EQ(std::to_string(inPieces.finish()), outcome.output.substr(0, outcome.output.find(' '))) << size;
+    }
+}
+
+TEST(ArchitectureChecksums, areThoseOfTheSlicesWhateverThePieces) {
+    const std::vector<MachO::Slice> found{{1, 2, 3, 40}, {3, 4, 20, 60}, {5, 6, 80, 0}};
+    std::string file;
+    while (file.size() < 80) file += static_cast<char>(file.size() * 7);
+    std::vector<Architecture> expected;
+    for (const MachO::Slice& each : found) {
+        const std::string_view bytes = std::string_view(file).substr(each.offset, each.size);
+        expected.push_back(
+            {each.cpuType, each.cpuSubtype, static_cast<std::uint32_t>(each.size), posixChecksum(bytes)});
+    }
+    for (const std::size_t piece : {1u, 19u, 20u, 21u, 80u}) {
+        ArchitectureChecksums checksums(found);
+        for (std::size_t at = 0; at < file.size(); at += piece)
+            checksums.update(std::string_view(file).substr(at, piece));
+        EXPECT_TRUE(checksums.finish() == expected) << piece;
     }
 }
 
