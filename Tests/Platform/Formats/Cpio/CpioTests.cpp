@@ -191,7 +191,7 @@ TEST(CpioFolderArchive, writesTheFieldsOfPackageTools) {
     // A companion follows what it accompanies, a folder's after all that is in it, and is no child.
     EXPECT_EQ(lines,
               (std::vector<std::string>{". 6", "._stray 1", "a 1", "._a 1", "b 3", "b/inner 1", "._b 1", "c 1"}));
-    EXPECT_EQ(listed(bytes).at(3).mode, S_IFREG | 0644U);
+    EXPECT_EQ(listed(bytes).at(3).mode, S_IFREG | 0600U);
     EXPECT_EQ(bytes, folderArchive(sandbox / "tree", 5));
 }
 
