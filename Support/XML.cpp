@@ -57,6 +57,23 @@ void startElement(void* parser, const xmlChar* name, const xmlChar* prefix, cons
                           attributes);
 }
 
+/// Most attributes of an element, and most equal signs in a text without "<".
+constexpr std::size_t attributeLimit = 5000;
+
+/// The library compares every attribute of an element with all before it, and asks nobody until it has read them: some
+/// hundred thousand in one element would take it hours. No "<" lies between attributes, and each needs an equal sign,
+/// which only an entity may have as a reference.
+bool hasTooManyAttributes(std::string_view bytes) {
+    const bool declaresEntities = bytes.find("<!ENTITY") != std::string_view::npos;
+    std::size_t count = 0;
+    for (std::size_t at = 0; at < bytes.size(); ++at) {
+        if (bytes[at] == '<') count = 0;
+        const bool isReference = declaresEntities && bytes[at] == '#' && at > 0 && bytes[at - 1] == '&';
+        if ((bytes[at] == '=' || isReference) && ++count > attributeLimit) return true;
+    }
+    return false;
+}
+
 void prepareLibrary() {
     static std::once_flag once;
     std::call_once(once, [] {
@@ -285,6 +302,7 @@ Document Document::parse(std::string_view bytes, const std::string& name) {
     const XmlPointer<xmlParserCtxt> context(xmlNewParserCtxt());
     if (!context) throw std::bad_alloc();
     // Entities are expanded here, where the library bounds their growth, and never later.
+    if (hasTooManyAttributes(bytes)) throw Error(name + ": an element has too many attributes");
     constexpr int options = XML_PARSE_NONET | XML_PARSE_NOENT;
     const ErrorCollector errors;
     Parsing state;
@@ -362,7 +380,7 @@ void visitElement(void* parser, const xmlChar* name, const xmlChar** attributes)
 
 void forEachElement(std::string_view bytes, const std::function<bool(const std::string&, const Attributes&)>& visit) {
     prepareLibrary();
-    if (bytes.size() > Document::sizeLimit) return;
+    if (bytes.size() > Document::sizeLimit || hasTooManyAttributes(bytes)) return;
     const ErrorCollector errors;
     const XmlPointer<xmlParserCtxt> context(xmlNewParserCtxt());
     if (!context) throw std::bad_alloc();

@@ -62,6 +62,9 @@ class Expansion {
         if (isArchive && isOther && isInComponent(path, entry)) {
             throw FormatError("xar: " + path + " is no file, where a component has an archive");
         }
+        if (payloads_ == Payloads::expand && entry.name == "LargeSegmentedPayload" && isInComponent(path, entry)) {
+            throw FormatError("xar: " + path + " is a payload in segments, which cannot be expanded");
+        }
     }
 
     void add(const std::string& path, const Entry& entry) {

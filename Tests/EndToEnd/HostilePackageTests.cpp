@@ -205,6 +205,7 @@ TEST_F(HostilePackageTest, archivesHoldWhatPackagesHold) {
         {"list as a folder",
          archive.bytes(archive.file("PackageInfo", plainPackageInfo) + good + archive.folder("Bom", file)), "",
          "Is a directory"},
+        {"payload in segments", with(archive.file("LargeSegmentedPayload", payload(""))), "payload in segments", ""},
         {"fifo", with(good + archive.element("p", "fifo", "")), "neither a file", ""},
         {"device", with(good + archive.element("p", "character special", "<device><major>1</major></device>")),
          "neither a file", ""},

@@ -108,6 +108,15 @@ TEST(XML, keepsTheTreeWithinLimits) {
     };
     EXPECT_EQ(nested(XML::Document::depthLimit), "no error");
     EXPECT_EQ(nested(XML::Document::depthLimit + 1), "PackageInfo: elements lie too deep");
+    const auto withAttributes = [](std::size_t count, const std::string& sign, const std::string& front) {
+        std::string element = front + "<a";
+        for (std::size_t number = 0; number < count; ++number) element += " a" + std::to_string(number) + sign + "'v'";
+        return errorOf(element + "/>");
+    };
+    EXPECT_EQ(withAttributes(5000, "=", ""), "no error");
+    EXPECT_EQ(withAttributes(5001, "=", ""), "PackageInfo: an element has too many attributes");
+    EXPECT_EQ(withAttributes(5001, "&#61;", "<!DOCTYPE a [<!ENTITY e 'v'>]>"),
+              "PackageInfo: an element has too many attributes");
     std::string wide = "<a>";
     for (std::size_t count = 0; count < XML::Document::nodeLimit; ++count) wide += "<b/>";
     EXPECT_EQ(errorOf(wide + "</a>"), "PackageInfo: too many elements");
