@@ -14,6 +14,7 @@ bool contains(const std::vector<std::string>& names, const std::string& name) {
 OptionList::OptionList(const Arguments& arguments, const std::vector<std::string>& valued,
                        const std::vector<std::string>& flags, const char* usage) {
     for (auto argument = arguments.begin(); argument != arguments.end(); ++argument) {
+        if (argument->empty()) throw UsageError(std::string("A file has no name.\n") + usage);
         if (!argument->starts_with("--")) {
             operands_.push_back(*argument);
             continue;

@@ -68,6 +68,8 @@ class Product {
   public:
     void add(const std::string& name, const FileURL& url) {
         try {
+            if (name == "Distribution" || name == "Resources")
+                throw FormatError("The product has a file of that name.");
             const Xar::Archive& archive = archives_.emplace_back(Xar::Archive::open(url));
             summaries_.emplace(name, summarize(archive));
             const Xar::Entry folder{.name = name,

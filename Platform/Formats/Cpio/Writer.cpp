@@ -10,7 +10,7 @@ constexpr std::uint64_t blockSize = 512;
 std::string octal(std::uint64_t value, std::size_t digits, std::string_view what) {
     std::string text(digits, '0');
     for (std::size_t index = digits; index-- > 0; value >>= 3) text[index] = static_cast<char>('0' + (value & 7));
-    if (value != 0) throw FormatError("cpio: the " + std::string(what) + " of an entry is too large for its field");
+    if (value != 0) throw FormatError("the " + std::string(what) + " is too large for its field");
     return text;
 }
 
@@ -23,16 +23,20 @@ void Writer::emit(std::string_view bytes) {
 
 void Writer::header(std::string_view name, const Entry& entry, std::uint64_t size) {
     std::string bytes = "070707";
-    bytes += octal(0, 6, "device");
-    bytes += octal(entry.inode & inodeMask, 6, "inode number");
-    bytes += octal(entry.mode, 6, "mode");
-    bytes += octal(entry.userID, 6, "user number");
-    bytes += octal(entry.groupID, 6, "group number");
-    bytes += octal(entry.linkCount, 6, "number of links");
-    bytes += octal(0, 6, "device");
-    bytes += octal(entry.modificationTime, 11, "time");
-    bytes += octal(name.size() + 1, 6, "length of the name");
-    bytes += octal(size, 11, "size");
+    try {
+        bytes += octal(0, 6, "device");
+        bytes += octal(entry.inode & inodeMask, 6, "inode number");
+        bytes += octal(entry.mode, 6, "mode");
+        bytes += octal(entry.userID, 6, "user number");
+        bytes += octal(entry.groupID, 6, "group number");
+        bytes += octal(entry.linkCount, 6, "number of links");
+        bytes += octal(0, 6, "device");
+        bytes += octal(entry.modificationTime, 11, "time");
+        bytes += octal(name.size() + 1, 6, "length of the name");
+        bytes += octal(size, 11, "size");
+    } catch (const FormatError& error) {
+        throw FormatError("cpio: " + std::string(name) + ": " + error.what());
+    }
     bytes += name;
     bytes += '\0';
     emit(bytes);
