@@ -27,7 +27,7 @@ void makeFoldersWritable(int parent, const char* name) {
     };
     struct stat status {};
     if (::fstatat(parent, name, &status, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISDIR(status.st_mode)) return;
-    ::fchmodat(parent, name, (status.st_mode & 07777U) | S_IRWXU, 0);
+    if (::fchmodat(parent, name, (status.st_mode & 07777U) | S_IRWXU, 0) != 0) return;
     const int descriptor = ::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     if (descriptor < 0) return;
     const std::unique_ptr<DIR, Close> folder(::fdopendir(descriptor));
