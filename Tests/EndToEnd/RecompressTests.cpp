@@ -200,8 +200,8 @@ TEST_F(RecompressTest, seesEveryDamageToTheResult) {
         const FileURL work = machine / "damage";
         std::filesystem::remove_all(work);
         machine.sandbox().write(
-            "damage.sh", "set -e\nfor last; do :; done\nreal=" + pkgutil.string() + "\n\"$real\" --expand \"$last\" " +
-                             work.string() + "\ncd " + work.string() +
+            "damage.sh", "set -e\nfor last; do :; done\nreal='" + pkgutil.string() +
+                             "'\n\"$real\" --expand \"$last\" " + work.string() + "\ncd " + work.string() +
                              "\nmkdir payload; (cd payload; gunzip < ../Monitor.pkg/Payload | cpio -idm --quiet)\n" +
                              script +
                              "\n(cd payload; find . | cpio -o -H odc --quiet | gzip -n) > Monitor.pkg/Payload; rm -r "
