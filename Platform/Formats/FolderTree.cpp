@@ -3,7 +3,7 @@
 #include "Platform/Formats/EntryName.hpp"
 #include "Platform/Formats/FormatError.hpp"
 #include "Support/CancellationError.hpp"
-#include "Support/FileError.hpp"
+#include "Support/FileManager.hpp"
 
 #include <fcntl.h>
 
@@ -15,12 +15,6 @@ namespace corvane {
 namespace {
 
 constexpr std::string_view companionPrefix = "._";
-
-struct stat statusOf(const FileURL& url) {
-    struct stat status {};
-    if (::lstat(url.c_str(), &status) != 0) throw FileError("Cannot read", url, lastSystemError());
-    return status;
-}
 
 /// The names in a folder, sorted by their bytes.
 class Listing {
@@ -40,7 +34,7 @@ class Listing {
 
     /// A companion has no companion of its own: beside "a" and "._a", the file "._._a" is one like any other.
     bool hasCompanion(const std::string& name, const std::string& companion) const {
-        return contains(name) && contains(companion) && S_ISREG(statusOf(folder_ / companion).st_mode) &&
+        return contains(name) && contains(companion) && S_ISREG(FileManager::itemStatus(folder_ / companion).st_mode) &&
                !isCompanion(name);
     }
     bool isCompanion(const std::string& name) const {
@@ -78,7 +72,7 @@ struct FolderTree::Walk {
         Entry& entry = tree.entries_[place];
         if (entry.isDirectory()) return addContent(place, path);
         if (entry.isSymbolicLink()) {
-            entry.linkTarget = std::filesystem::read_symlink(tree.url(entry)).string();
+            entry.linkTarget = FileManager::linkTarget(tree.url(entry));
             entry.size = entry.linkTarget.size();
         } else if (entry.isFile()) {
             entry.size = static_cast<std::uint64_t>(status.st_size);
@@ -102,10 +96,10 @@ struct FolderTree::Walk {
             if (listing.isCompanion(name)) continue;
             ++tree.entries_[folder].childCount;
             const std::size_t owner = tree.entries_.size();
-            add(prefix + name, statusOf(url / name));
+            add(prefix + name, FileManager::itemStatus(url / name));
             const std::string companion = std::string(companionPrefix) + name;
             if (listing.hasCompanion(name, companion)) {
-                addCompanion(prefix + companion, statusOf(url / companion), owner);
+                addCompanion(prefix + companion, FileManager::itemStatus(url / companion), owner);
             }
         }
     }
@@ -119,7 +113,7 @@ struct FolderTree::Walk {
 };
 
 FolderTree::FolderTree(FileURL root, const std::stop_token& stop) : root_(std::move(root)) {
-    const struct stat status = statusOf(root_ / ".");
+    const struct stat status = FileManager::itemStatus(root_ / ".");
     Walk{*this, stop, {}}.add(".", status);
     for (Entry& entry : entries_) entry.nameCount = entries_[entry.firstName].nameCount;
 }
@@ -157,7 +151,7 @@ void FolderTree::requireUnchanged(const Entry& entry, const UniqueDescriptor& fi
 
 void FolderTree::requireUnchangedFolders() const {
     for (const Entry& entry : entries_) {
-        if (entry.isDirectory()) requireSame(entry, statusOf(url(entry)));
+        if (entry.isDirectory()) requireSame(entry, FileManager::itemStatus(url(entry)));
     }
 }
 

@@ -60,8 +60,7 @@ class Flattening {
 
   private:
     NewEntry entry(const FileURL& url, bool isInPackage, std::size_t depth) {
-        struct stat status {};
-        if (::lstat(url.c_str(), &status) != 0) throw FileError("Cannot read", url, lastSystemError());
+        const struct stat status = FileManager::itemStatus(url);
         NewEntry result;
         result.entry.name = url.filename();
         EntryName::checkComponent(result.entry.name, "xar");
@@ -79,7 +78,7 @@ class Flattening {
             result.children = entries(url, isComponent, depth + 1);
         } else if (S_ISLNK(status.st_mode)) {
             result.entry.type = EntryType::symbolicLink;
-            result.entry.linkTarget = std::filesystem::read_symlink(url).string();
+            result.entry.linkTarget = FileManager::linkTarget(url);
         } else if (S_ISREG(status.st_mode)) {
             result.content = url;
             const bool isArchive = name == "Payload" || name == "Scripts" || name == "PlugIns";

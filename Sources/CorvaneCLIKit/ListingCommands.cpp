@@ -4,15 +4,14 @@
 #include "Services/PackageComponentCatalog.hpp"
 #include "Sources/CorvaneCLIKit/CLIApplication.hpp"
 #include "Sources/CorvaneCLIKit/InterruptibleWork.hpp"
+#include "Support/Text.hpp"
 
 namespace corvane {
 namespace {
 
 std::string line(const PackageComponentDescriptor& component) {
-    std::string scripts;
-    for (const std::string& script : component.scripts) scripts += (scripts.empty() ? "" : ",") + script;
     return component.identifier + "\t" + component.version + "\t" + component.archiveName + "\t" +
-           (component.scripts.empty() ? "-" : scripts) + "\n";
+           (component.scripts.empty() ? "-" : Text::joined(component.scripts, ",")) + "\n";
 }
 
 } // namespace
