@@ -17,9 +17,10 @@ struct Algorithm {
     const EVP_MD* (*implementation)();
 };
 
-constexpr std::array<Algorithm, 4> algorithms{{{DigestKind::md5, "md5", 16, &EVP_md5},
+constexpr std::array<Algorithm, 5> algorithms{{{DigestKind::md5, "md5", 16, &EVP_md5},
                                                {DigestKind::sha1, "sha1", 20, &EVP_sha1},
                                                {DigestKind::sha256, "sha256", 32, &EVP_sha256},
+                                               {DigestKind::sha384, "sha384", 48, &EVP_sha384},
                                                {DigestKind::sha512, "sha512", 64, &EVP_sha512}}};
 
 const Algorithm& algorithm(DigestKind kind) { return algorithms.at(static_cast<std::size_t>(kind)); }

@@ -10,7 +10,7 @@ struct evp_md_ctx_st;
 
 namespace corvane {
 
-enum class DigestKind { md5, sha1, sha256, sha512 };
+enum class DigestKind { md5, sha1, sha256, sha384, sha512 };
 
 /// The kind of a name such as "sha1", in either case; nothing for any other name.
 std::optional<DigestKind> digestKind(std::string_view name);

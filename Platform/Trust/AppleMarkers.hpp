@@ -9,6 +9,7 @@ namespace corvane::AppleMarkers {
 constexpr const char* developerIDApplication = "1.2.840.113635.100.6.1.13";
 constexpr const char* developerIDInstaller = "1.2.840.113635.100.6.1.14";
 constexpr const char* developerIDAuthority = "1.2.840.113635.100.6.2.6";
+constexpr const char* appStoreApplication = "1.2.840.113635.100.6.1.9";
 /// When the developer's account was opened: a text, "20210422000000Z".
 constexpr const char* developerSince = "1.2.840.113635.100.6.1.33";
 constexpr const char* thirdPartyInstaller = "1.2.840.113635.100.6.1.8";
@@ -27,7 +28,7 @@ constexpr std::array<std::string_view, 11> knownCriticalExtensions{
     "1.2.840.113635.100.6.1.4",
     "1.2.840.113635.100.6.1.7",
     thirdPartyInstaller,
-    "1.2.840.113635.100.6.1.9",
+    appStoreApplication,
     appStoreInstaller,
     "1.2.840.113635.100.6.1.12",
     developerIDApplication,

@@ -14,7 +14,7 @@ struct Root {
     /// Tag of the strings in the name: PrintableString or UTF8String.
     char stringTag;
     std::string_view notBefore, notAfter;
-    std::string_view sha256;
+    std::string_view sha1, sha256;
     /// DER of an AlgorithmIdentifier that fits the key: otherwise OpenSSL does not take the root for self-signed.
     std::string_view signatureAlgorithm;
     std::string_view publicKeyInfo;
@@ -25,8 +25,8 @@ constexpr char utf8String = 0x0c;
 
 constexpr std::array<Root, 2> roots{{
     {"US", "Apple Inc.", "Apple Certification Authority", "Apple Root CA", true, printableString, "060425214036Z",
-     "350209214036Z", "b0b1730ecbc7ff4505142c49f1295e6eda6bcaed7e2c68c5be91b5a11001f024",
-     "300d06092a864886f70d0101050500",
+     "350209214036Z", "611e5b662c593a08ff58d14ae22452d198df6c60",
+     "b0b1730ecbc7ff4505142c49f1295e6eda6bcaed7e2c68c5be91b5a11001f024", "300d06092a864886f70d0101050500",
      "30820122300d06092a864886f70d01010105000382010f003082010a0282010100e491a9091f91db1e4750eb05ed5e79"
      "842deb36a2574c55ec8b1989def94b6cf507ab223002e8183ef85009d37f41a898f9d1ca669c246b11d0a3bbe41b2ac3"
      "1f959e7a0ca4478b5bd4163733cbc40f4dce1469d1c91972f55d0ed57f5f9bf22503ba558f4d5d0df1643523154b1559"
@@ -35,7 +35,8 @@ constexpr std::array<Root, 2> roots{{
      "4c6b50964189c474620b10834187338a81b13058ec5a04328c68b38f1dde6573ff675e65bc49d8769f331465a17794c9"
      "2d0203010001"},
     {"US", "Apple Inc.", "Apple Certification Authority", "Apple Root CA - G3", false, utf8String, "140430181906Z",
-     "390430181906Z", "63343abfb89a6a03ebb57e9b3f5fa7be7c4f5c756f3017b3a8c488c3653e9179", "300a06082a8648ce3d040303",
+     "390430181906Z", "b52cb02fd567e0359fe8fa4d4c41037970fe01b0",
+     "63343abfb89a6a03ebb57e9b3f5fa7be7c4f5c756f3017b3a8c488c3653e9179", "300a06082a8648ce3d040303",
      "3076301006072a8648ce3d020106052b810400220362000498e92f3d4072a4ed93227281131cdd1095f1c5a34e71dc14"
      "16d90ee5a6052a77647b5f4e38d3bb1c44b57ff51fb632625dc9e9845b4f304f115a00fd58580ca5f50f2c4d07471375"
      "da9797976f315ced2b9d7b203bd8b954d95e99a43a510a31"},
@@ -95,8 +96,8 @@ std::string certificate(const Root& root) {
 std::vector<TrustAnchor> makeAnchors() {
     std::vector<TrustAnchor> anchors;
     for (const Root& root : roots) {
-        anchors.push_back(
-            {Certificate::parse(certificate(root), std::string(root.commonName)), fromHexadecimal(root.sha256)});
+        anchors.push_back({Certificate::parse(certificate(root), std::string(root.commonName)),
+                           fromHexadecimal(root.sha1), fromHexadecimal(root.sha256)});
     }
     return anchors;
 }

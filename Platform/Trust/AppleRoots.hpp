@@ -11,11 +11,11 @@ namespace corvane {
 struct TrustAnchor {
     /// A certificate with the root's name, key and validity. Its signature and bytes mean nothing.
     Certificate certificate;
-    /// Digest of the root's real certificate, raw.
-    std::string sha256;
+    /// Digests of the root's real certificate, raw.
+    std::string sha1, sha256;
 
     /// An anchor whose real certificate is at hand.
-    static TrustAnchor of(const Certificate& root) { return {root, root.sha256()}; }
+    static TrustAnchor of(const Certificate& root) { return {root, root.sha1(), root.sha256()}; }
 };
 
 /// Apple's roots, known by name and public key.

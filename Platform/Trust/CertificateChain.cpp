@@ -73,6 +73,8 @@ bool allowsPurpose(const Certificate& leaf, ChainPurpose purpose) {
         return !leaf.hasExtendedKeyUsages() ||
                allowsAnyOf(leaf, {AppleMarkers::usageDeveloperIDInstaller, AppleMarkers::usageThirdPartyInstaller,
                                   AppleMarkers::usageSoftwareUpdate, usageCodeSigning});
+    case ChainPurpose::codeSigning:
+        return !leaf.hasExtendedKeyUsages() || leaf.hasExtendedKeyUsage(usageCodeSigning);
     case ChainPurpose::timestamping:
         return leaf.isCritical(extendedKeyUsage) && leaf.hasExtendedKeyUsage(usageTimestamping);
     case ChainPurpose::notarization:

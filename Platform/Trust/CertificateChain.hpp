@@ -10,7 +10,7 @@
 namespace corvane {
 
 /// What the leaf of a chain is used for; decides which key usages it must allow.
-enum class ChainPurpose { packageSigning, timestamping, notarization };
+enum class ChainPurpose { packageSigning, codeSigning, timestamping, notarization };
 
 /// Whom a chain leads to.
 enum class AnchorOwner { nobody, apple, administrator };

@@ -24,6 +24,8 @@ const EVP_MD* algorithm(DigestKind kind) {
         return EVP_sha1();
     case DigestKind::sha256:
         return EVP_sha256();
+    case DigestKind::sha384:
+        return EVP_sha384();
     case DigestKind::sha512:
         return EVP_sha512();
     case DigestKind::md5:

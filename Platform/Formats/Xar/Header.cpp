@@ -47,9 +47,11 @@ std::uint32_t algorithmNumber(std::optional<DigestKind> kind) {
     case DigestKind::sha256:
         return sha256OrNamed;
     case DigestKind::sha512:
+        return sha512;
+    case DigestKind::sha384:
         break;
     }
-    return sha512;
+    throw FormatError("xar: an archive with SHA-384 cannot be written");
 }
 
 void appendBigEndian(std::string& bytes, std::uint64_t value, int size) {
