@@ -60,6 +60,8 @@ std::string Hasher::finish() {
     return {value.begin(), value.begin() + size};
 }
 
+void Hasher::restart() { require(EVP_DigestInit_ex(context_.get(), nullptr, nullptr)); }
+
 std::string digest(DigestKind kind, std::string_view bytes) {
     Hasher hasher(kind);
     hasher.update(bytes);

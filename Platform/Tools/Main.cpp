@@ -14,7 +14,8 @@
 namespace corvane::Tools {
 namespace {
 
-constexpr std::array<Tool, 10> tools{{
+constexpr std::array<Tool, 11> tools{{
+    {"codesign", "verify and describe code signatures", &codesign},
     {"diff", "say which files of two trees differ", &diff},
     {"installer", "say what a package would install", &installer},
     {"lsbom", "list what a Bom describes", &lsbom},
@@ -24,7 +25,7 @@ constexpr std::array<Tool, 10> tools{{
     {"productbuild", "make products of component packages", &productbuild},
     {"productsign", "sign a package", &productsign},
     {"security", "show and change the keychain", &security},
-    {"spctl", "say whether a Mac accepts a package", &spctl},
+    {"spctl", "say whether a Mac accepts an application or package", &spctl},
 }};
 
 const Tool* find(std::string_view name) {

@@ -30,6 +30,7 @@ struct Tool {
 };
 
 /// Each tool's own file defines its function; the table stands in Main.cpp.
+int codesign(const Arguments& arguments);
 int diff(const Arguments& arguments);
 int installer(const Arguments& arguments);
 int lsbom(const Arguments& arguments);

@@ -1,7 +1,8 @@
-#include "Platform/Formats/FormatError.hpp"
+#include "Platform/Formats/CodeVerification/ExecutionAssessment.hpp"
 #include "Platform/Formats/PackageSignature/InstallAssessment.hpp"
 #include "Platform/Tools/Tool.hpp"
 #include "Platform/Trust/Keychain.hpp"
+#include "Support/FileError.hpp"
 #include "Support/FileURL.hpp"
 #include "Support/Text.hpp"
 
@@ -10,7 +11,7 @@
 namespace corvane::Tools {
 namespace {
 
-constexpr const char* usage = "usage: spctl --assess --type install [-v | --verbose] package";
+constexpr const char* usage = "usage: spctl --assess --type {execute | install} [-v | --verbose] path";
 constexpr int usageStatus = 2;
 constexpr int failed = 1;
 constexpr int denied = 3;
@@ -65,11 +66,16 @@ int fail(const Call& call, const std::string& reason) {
     return failed;
 }
 
-int accept(const Call& call, const InstallAssessment& assessment, const PackageSignature& signature) {
+int accept(const Call& call, const std::string& rule, const Certificate& signer) {
     const std::string path = Text::printable(call.path.string());
-    if (call.verbosity >= 1) printError(path + ": accepted\nsource=" + assessment.reason + "\n");
-    if (call.verbosity >= 2) printError("origin=" + Text::printable(signature.leaf().commonName()) + "\n");
+    if (call.verbosity >= 1) printError(path + ": accepted\nsource=" + rule + "\n");
+    if (call.verbosity >= 2) printError("origin=" + Text::printable(signer.commonName()) + "\n");
     return 0;
+}
+
+int reject(const Call& call, const std::string& reason) {
+    printError(Text::printable(call.path.string() + ": rejected (" + reason + ")") + "\n");
+    return denied;
 }
 
 /// The files of a package are only read when everything else would make it acceptable.
@@ -86,20 +92,35 @@ int assessInstallation(const Call& call) {
     using Seal = PackageSignature::Seal;
     if (signature.seal == Seal::contentsChanged || signature.seal == Seal::broken) return fail(call, signature.problem);
     const InstallAssessment assessment = InstallAssessment::of(signature);
-    if (assessment.accepted) return accept(call, assessment, signature);
-    printError(Text::printable(call.path.string() + ": rejected (" + assessment.reason + ")") + "\n");
-    return denied;
+    if (assessment.accepted) return accept(call, assessment.reason, signature.leaf());
+    return reject(call, assessment.reason);
+}
+
+int assessExecution(const Call& call) {
+    using CodeSignature::ExecutionAssessment;
+    const auto trust = CodeSignature::CodeTrust::ofUser(call.path);
+    const auto verification = CodeSignature::CodeVerification::of(call.path, {.isDeep = true, .isStrict = true}, trust);
+    const auto assessment = ExecutionAssessment::of(verification, trust.tickets);
+    switch (assessment.verdict) {
+    case ExecutionAssessment::Verdict::accepted:
+        return accept(call, assessment.reason, verification.code->slices.front().signer->leaf());
+    case ExecutionAssessment::Verdict::rejected:
+        return reject(call, assessment.reason);
+    case ExecutionAssessment::Verdict::broken:
+        break;
+    }
+    return fail(call, assessment.reason);
 }
 
 } // namespace
 
 int spctl(const Arguments& arguments) {
     const Call call = parse(arguments);
-    if (call.subject == Subject::execution) {
-        return fail(call, "assessment of applications is not in this build yet");
-    }
     try {
-        return assessInstallation(call);
+        return call.subject == Subject::installation ? assessInstallation(call) : assessExecution(call);
+    } catch (const FileError& error) {
+        const bool isMissing = error.code() == std::errc::no_such_file_or_directory;
+        return fail(call, isMissing ? error.code().message() : error.what());
     } catch (const std::exception& error) {
         return fail(call, error.what());
     }

@@ -18,6 +18,9 @@ constexpr const char* developerAuthority = "1.2.840.113635.100.6.2.1";
 constexpr const char* ticketSigner = "1.2.840.113635.100.6.1.30";
 constexpr const char* ticketAuthority = "1.2.840.113635.100.6.2.17";
 
+/// The common name of the authority that signs the system's own code.
+constexpr const char* systemAuthorityName = "Apple Code Signing Certification Authority";
+
 constexpr const char* usageSoftwareUpdate = "1.2.840.113635.100.4.1";
 constexpr const char* usageThirdPartyInstaller = "1.2.840.113635.100.4.9";
 constexpr const char* usageDeveloperIDInstaller = "1.2.840.113635.100.4.13";

@@ -79,6 +79,15 @@ X509_EXTENSION* extension(X509* certificate, const std::string& oid) {
 
 } // namespace
 
+std::string timeText(Time time) {
+    const std::time_t seconds = time.time_since_epoch().count();
+    std::tm parts{};
+    std::array<char, 64> buffer{};
+    ::gmtime_r(&seconds, &parts);
+    std::strftime(buffer.data(), buffer.size(), "%Y-%m-%d %H:%M:%S +0000", &parts);
+    return buffer.data();
+}
+
 struct Certificate::Content {
     OpenSSL::Certificate certificate;
     std::string der;

@@ -14,6 +14,9 @@ namespace corvane {
 /// Seconds since 1970 in UTC: the resolution of certificates. A finer one would not reach the year 9999 that they name.
 using Time = std::chrono::sys_seconds;
 
+/// "2024-01-03 15:48:26 +0000".
+std::string timeText(Time time);
+
 /// An X.509 certificate. Copies share one immutable content, so copying is cheap and safe between threads.
 /// Object identifiers are given as dotted text, "1.2.840.113635.100.6.1.14".
 class Certificate {

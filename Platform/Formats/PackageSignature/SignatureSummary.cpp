@@ -3,8 +3,6 @@
 #include "Platform/Trust/AppleMarkers.hpp"
 #include "Support/Text.hpp"
 
-#include <array>
-#include <ctime>
 #include <vector>
 
 namespace corvane {
@@ -45,15 +43,6 @@ Status statusOf(const PackageSignature& signature) {
     return statusOfTrustedSigner(signature);
 }
 
-std::string text(Time time) {
-    const std::time_t seconds = time.time_since_epoch().count();
-    std::tm parts{};
-    std::array<char, 64> buffer{};
-    ::gmtime_r(&seconds, &parts);
-    std::strftime(buffer.data(), buffer.size(), "%Y-%m-%d %H:%M:%S +0000", &parts);
-    return buffer.data();
-}
-
 /// Upper-case pairs of digits with blanks between them, on lines of 22 and 10 bytes.
 std::string fingerprintLines(const std::string& sha256) {
     constexpr std::size_t bytesInFirstLine = 22;
@@ -90,7 +79,7 @@ std::string chainText(const CertificateChain& chain) {
     for (const Link& link : links(chain)) {
         if (number > 0) lines += "       " + std::string(72, '-') + "\n";
         lines += "    " + std::to_string(++number) + ". " + Text::printable(link.certificate.commonName()) + "\n";
-        lines += "       Expires: " + text(link.certificate.notAfter()) + "\n";
+        lines += "       Expires: " + timeText(link.certificate.notAfter()) + "\n";
         lines += "       SHA256 Fingerprint:\n" + fingerprintLines(link.sha256);
     }
     return lines + "\n";
@@ -100,7 +89,7 @@ std::string text(const std::string& name, const PackageSignature& signature, con
     std::string lines = "Package \"" + Text::printable(name) + "\":\n   Status: " + status + "\n";
     if (signature.seal != Seal::intact) return lines;
     if (signature.notarized) lines += "   Notarization: trusted by the Apple notary service\n";
-    if (signature.timestamp) lines += "   Signed with a trusted timestamp on: " + text(*signature.timestamp) + "\n";
+    if (signature.timestamp) lines += "   Signed with a trusted timestamp on: " + timeText(*signature.timestamp) + "\n";
     return lines + chainText(signature.chain);
 }
 

@@ -1,0 +1,114 @@
+#include "Platform/Formats/CodeVerification/HashWork.hpp"
+
+#include "Platform/Formats/ByteSource.hpp"
+#include "Support/UniqueDescriptor.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <atomic>
+#include <numeric>
+#include <span>
+#include <thread>
+
+namespace corvane::CodeSignature {
+namespace {
+
+/// Bytes between a file and its digests: what the nearer caches hold.
+constexpr std::size_t pieceSize = std::size_t{1} << 18;
+
+/// Compares the digests of one kind, page by page, while the bytes pass by.
+class PageComparison {
+  public:
+    /// @param pageSize in bytes; 0 for one page of any length
+    PageComparison(const ExpectedDigests& expected, std::uint64_t pageSize)
+        : rest_(expected.digests), size_(expected.size), pageSize_(pageSize), hasher_(expected.kind) {}
+
+    void update(std::string_view bytes) {
+        while (!bytes.empty()) {
+            const std::string_view part = pageSize_ == 0 ? bytes : bytes.substr(0, pageSize_ - inPage_);
+            hasher_.update(part);
+            inPage_ += part.size();
+            if (inPage_ == pageSize_) endPage();
+            bytes.remove_prefix(part.size());
+        }
+    }
+
+    /// After the last byte: whether every page had its digest and no digest is left.
+    bool finish() {
+        if (inPage_ > 0 || pageSize_ == 0) endPage();
+        return isGood_ && rest_.empty();
+    }
+
+  private:
+    void endPage() {
+        const std::string found = hasher_.finish();
+        hasher_.restart();
+        isGood_ = isGood_ && rest_.size() >= size_ && found.compare(0, size_, rest_, 0, size_) == 0;
+        rest_.remove_prefix(std::min(size_, rest_.size()));
+        inPage_ = 0;
+    }
+
+    std::string_view rest_;
+    std::size_t size_;
+    std::uint64_t pageSize_;
+    std::uint64_t inPage_ = 0;
+    bool isGood_ = true;
+    Hasher hasher_;
+};
+
+bool hasExpectedEnd(int descriptor, const HashJob& job) {
+    struct stat status {};
+    if (::fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) return false;
+    const auto size = static_cast<std::uint64_t>(status.st_size);
+    return job.isWholeFile ? size == job.offset + job.length : size >= job.offset + job.length;
+}
+
+bool isAsExpected(const HashJob& job, std::span<char> buffer) try {
+    // A pipe in the place of a file must not hold up the opening.
+    const UniqueDescriptor file(::open(job.file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!file || !hasExpectedEnd(file.get(), job)) return false;
+    std::vector<PageComparison> comparisons;
+    for (const ExpectedDigests& expected : job.expected) comparisons.emplace_back(expected, job.pageSize);
+    FileRange source(file.get(), job.file, job.offset, job.length);
+    while (const std::size_t count = source.read(buffer)) {
+        for (PageComparison& comparison : comparisons) comparison.update({buffer.data(), count});
+    }
+    return std::all_of(comparisons.begin(), comparisons.end(), [](PageComparison& each) { return each.finish(); });
+} catch (const std::exception&) {
+    return false;
+}
+
+std::vector<std::size_t> longestFirst(const std::vector<HashJob>& jobs) {
+    std::vector<std::size_t> order(jobs.size());
+    std::iota(order.begin(), order.end(), 0);
+    std::stable_sort(order.begin(), order.end(),
+                     [&](std::size_t left, std::size_t right) { return jobs[left].length > jobs[right].length; });
+    return order;
+}
+
+} // namespace
+
+std::size_t HashWork::add(HashJob job) {
+    jobs_.push_back(std::move(job));
+    return jobs_.size() - 1;
+}
+
+void HashWork::run() {
+    good_.assign(jobs_.size(), 0);
+    const std::vector<std::size_t> order = longestFirst(jobs_);
+    std::atomic<std::size_t> next = 0;
+    const auto work = [&] {
+        std::vector<char> buffer(pieceSize);
+        for (std::size_t at = next++; at < order.size(); at = next++) {
+            good_[order[at]] = isAsExpected(jobs_[order[at]], buffer) ? 1 : 0;
+        }
+    };
+    const std::size_t workers = std::min<std::size_t>(std::max(1U, std::thread::hardware_concurrency()), jobs_.size());
+    std::vector<std::jthread> others;
+    for (std::size_t index = 1; index < workers; ++index) others.emplace_back(work);
+    work();
+}
+
+} // namespace corvane::CodeSignature
