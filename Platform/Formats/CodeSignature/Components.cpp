@@ -2,6 +2,7 @@
 
 #include "Platform/Formats/ExtendedAttributes/ExtendedAttributes.hpp"
 #include "Platform/Formats/FormatError.hpp"
+#include "Support/FileError.hpp"
 #include "Support/FileManager.hpp"
 
 #include <array>
@@ -65,7 +66,9 @@ Components Components::ofAttributes(const FileURL& file) {
 Components Components::ofFolder(const FileURL& folder) {
     return collect([&](const std::string& name) -> std::optional<std::string> {
         const FileURL file = folder / name;
-        const auto status = std::filesystem::symlink_status(file);
+        std::error_code error;
+        const auto status = std::filesystem::symlink_status(file, error);
+        if (status.type() == std::filesystem::file_type::none) throw FileError("Cannot read", file, error);
         if (!std::filesystem::exists(status)) return std::nullopt;
         // Reading a pipe would wait forever.
         if (!std::filesystem::is_regular_file(status)) throw FormatError(file.string() + ": expected a plain file");
