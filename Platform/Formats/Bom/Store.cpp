@@ -34,10 +34,6 @@ std::string variableArea(const std::vector<StoreBuilder::Variable>& variables) {
 
 } // namespace
 
-void appendBigEndian(std::string& bytes, std::uint64_t value, std::size_t width) {
-    for (std::size_t left = width; left > 0; --left) bytes += static_cast<char>(value >> (8 * (left - 1)));
-}
-
 Store::Store(std::string_view bytes) : bytes_(bytes) {
     ByteCursor header(bytes, "bom");
     header.expect(magic);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/Formats/BigEndian.hpp"
 #include "Platform/Formats/ByteCursor.hpp"
 
 #include <cstddef>
@@ -71,8 +72,5 @@ class StoreBuilder {
     std::vector<Chunk> chunks_;
     std::uint64_t end_ = 512;
 };
-
-/// Appends a number in the container's byte order.
-void appendBigEndian(std::string& bytes, std::uint64_t value, std::size_t width);
 
 } // namespace corvane::Bom

@@ -4,7 +4,6 @@
 #include "Platform/Formats/Digest.hpp"
 
 #include <map>
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -18,19 +17,24 @@ struct Seal {
     Kind kind = Kind::file;
     /// The file need not be there.
     bool isOptional = false;
-    /// Digests of a file, by their kind; at least one.
+    /// Digests of a file, by their kind; at least one. That of SHA-256 may be cut to its first 20 bytes: `agrees`
+    /// knows.
     std::map<DigestKind, std::string> digests;
     /// The text of a link.
     std::string linkTarget;
     /// What nested code must meet, in the requirement language.
     std::string requirement;
+
+    /// Whether a file's whole digest is the one that is sealed. False for a kind that is not sealed.
+    bool agrees(DigestKind digestKind, std::string_view digest) const;
 };
 
 struct SealedResources {
     /// 2 when the list has the newer pair of files and rules, else 1.
     int version = 2;
     ResourceRules rules;
-    /// By path from the bundle's resource root, "Resources/a.txt".
+    /// By path from the bundle's resource root, "Resources/a.txt". As they stand in the list: not to be opened unless
+    /// the bundle is known to hold them.
     std::map<std::string, Seal, std::less<>> files;
 
     /// @param bytes of the property list

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/Formats/ByteCursor.hpp"
 #include "Platform/Formats/CodeSignature/Components.hpp"
 #include "Platform/Formats/Digest.hpp"
 #include "Platform/Formats/FormatError.hpp"
@@ -61,6 +62,12 @@ class CodeDirectory {
     std::string cdhash() const { return fullHash_.substr(0, 20); }
 
   private:
+    void readFields(std::string_view blob);
+    void readHashType(std::uint8_t number);
+    void readPageSize(std::uint8_t exponent);
+    void readNewerFields(ByteCursor& fields, std::string_view blob);
+    void checkSizes(std::size_t size) const;
+
     std::string blob_, identifier_, fullHash_;
     std::optional<std::string> teamIdentifier_;
     std::uint32_t version_ = 0, flags_ = 0, codeSlotCount_ = 0, specialSlotCount_ = 0, runtimeVersion_ = 0;

@@ -29,7 +29,8 @@ struct CodeSigner {
 
     /// Checks the message over the first directory, and that its signed attributes name the digests of all directories
     /// where they name digests at all.
-    /// @throws FormatError for a signature or timestamp that does not verify
+    /// @throws FormatError for a signature or timestamp that does not verify, and when there are several directories
+    /// and the attributes name none
     static CodeSigner verify(const std::string& cms, const CodeDirectories& directories, const TrustSettings& settings);
 };
 

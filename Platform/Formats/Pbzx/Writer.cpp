@@ -1,5 +1,6 @@
 #include "Platform/Formats/Pbzx/Writer.hpp"
 
+#include "Platform/Formats/BigEndian.hpp"
 #include "Platform/Formats/Pbzx/Layout.hpp"
 #include "Platform/Formats/Pbzx/XzEncoder.hpp"
 
@@ -19,7 +20,7 @@ namespace {
 
 std::string bigEndian(std::uint64_t number) {
     std::string bytes;
-    for (int shift = 56; shift >= 0; shift -= 8) bytes += static_cast<char>(number >> shift & 0xFFU);
+    appendBigEndian(bytes, number, 8);
     return bytes;
 }
 

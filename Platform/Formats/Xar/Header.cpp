@@ -1,5 +1,6 @@
 #include "Platform/Formats/Xar/Header.hpp"
 
+#include "Platform/Formats/BigEndian.hpp"
 #include "Platform/Formats/ByteCursor.hpp"
 #include "Platform/Formats/FormatError.hpp"
 
@@ -52,10 +53,6 @@ std::uint32_t algorithmNumber(std::optional<DigestKind> kind) {
         break;
     }
     throw FormatError("xar: an archive with SHA-384 cannot be written");
-}
-
-void appendBigEndian(std::string& bytes, std::uint64_t value, int size) {
-    for (int shift = 8 * (size - 1); shift >= 0; shift -= 8) bytes += static_cast<char>((value >> shift) & 255);
 }
 
 } // namespace

@@ -76,6 +76,18 @@ void stamp(CMS_ContentInfo* message, const MessageShape& shape) {
                                           static_cast<int>(token.size())));
 }
 
+void addAttributes(CMS_SignerInfo* signer, const MessageShape& shape) {
+    // OpenSSL writes a value that is a sequence as it is given, so several in a row stay in their order.
+    for (const auto& [oid, values] : shape.attributes) {
+        require(CMS_signed_add1_attr_by_txt(signer, oid.c_str(), V_ASN1_SEQUENCE, values.data(),
+                                            static_cast<int>(values.size())));
+    }
+    if (!shape.signingTime) return;
+    const Owner<ASN1_TIME, ASN1_TIME_free> time(
+        require(ASN1_TIME_set(nullptr, shape.signingTime->time_since_epoch().count())));
+    require(CMS_signed_add1_attr_by_NID(signer, NID_pkcs9_signingTime, ASN1_STRING_type(time.get()), time.get(), -1));
+}
+
 unsigned attributeFlags(const MessageShape& shape) {
     if (!shape.signedAttributes) return CMS_NOATTR;
     return shape.isToken && shape.namesSigner ? CMS_CADES : 0U;
@@ -132,6 +144,7 @@ const World& World::shared() {
     const auto make = [] {
         const auto installer = leafExtensions("1.2.840.113635.100.4.13", "1.2.840.113635.100.6.1.14");
         const auto stamper = leafExtensions("timeStamping");
+        const auto application = leafExtensions("codeSigning", "1.2.840.113635.100.6.1.13");
         Extensions recent = installer;
         recent.emplace_back("1.2.840.113635.100.6.1.33", "ASN1:UTF8String:20210422000000Z");
         const auto leaf = [](const char* name, const Extensions& extensions, const Issued& issuer, int firstDay,
@@ -152,12 +165,15 @@ const World& World::shared() {
                      .legacyInstaller = leaf("Legacy Installer", installer, authority, -4000, 1000),
                      .rsaInstaller = leaf("RSA Installer", recent, authority, -1000, 1000, true),
                      .stamper = leaf("Stamper", stamper, root, -5000, 1000),
+                     .application = leaf("Application", application, authority, -1000, 1000),
+                     .expiredApplication = leaf("Expired Application", application, authority, -1000, -100),
                      .ticketRoot = ticketRoot,
                      .ticketAuthority = ticketAuthority,
                      .ticketSigner = leaf("Ticket Signer", leafExtensions("codeSigning", "1.2.840.113635.100.6.1.30"),
                                           ticketAuthority, -300, -1),
                      .adminRoot = adminRoot,
                      .adminInstaller = leaf("Administrator's Installer", installer, adminRoot, -1000, 1000),
+                     .adminApplication = leaf("Administrator's Application", application, adminRoot, -1000, 1000),
                      .adminStamper = leaf("Administrator's Stamper", stamper, adminRoot, -1000, 1000)};
     };
     static const World world = make();
@@ -177,8 +193,10 @@ std::string signedMessage(const Issued& signer, const std::vector<Certificate>& 
     const unsigned mode = CMS_PARTIAL | CMS_BINARY | (shape.detached ? CMS_DETACHED : 0U);
     const Message message(require(CMS_sign(nullptr, nullptr, stack.get(), nullptr, mode)));
     if (shape.isToken) require(CMS_set1_eContentType(message.get(), OBJ_nid2obj(NID_id_smime_ct_TSTInfo)));
-    require(CMS_add1_signer(message.get(), signer.certificate.x509(), signer.key.get(),
-                            EVP_get_digestbyname(shape.digest), mode | CMS_NOSMIMECAP | attributeFlags(shape)));
+    addAttributes(
+        require(CMS_add1_signer(message.get(), signer.certificate.x509(), signer.key.get(),
+                                EVP_get_digestbyname(shape.digest), mode | CMS_NOSMIMECAP | attributeFlags(shape))),
+        shape);
     require(CMS_final(message.get(), OpenSSL::reading(content).get(), nullptr, mode));
     if (shape.stamper != nullptr) stamp(message.get(), shape);
     return encoded(message.get(), i2d_CMS_ContentInfo);
@@ -203,13 +221,18 @@ std::string plainSignature(const Issued& signer, const char* digest, const std::
 
 std::string ticket(const Issued& signer, const std::vector<Certificate>& carried, Time time, int hashType,
                    const std::string& hash) {
+    return ticket(signer, carried, time, hashType, std::vector{hash});
+}
+
+std::string ticket(const Issued& signer, const std::vector<Certificate>& carried, Time time, int hashType,
+                   const std::vector<std::string>& hashes) {
     std::vector<Certificate> certificates{signer.certificate};
     certificates.insert(certificates.end(), carried.begin(), carried.end());
     const std::string chain = certificateSequence(certificates);
-    const std::string content = "g8tk" + littleEndian(2, 2) + littleEndian(20, 2) + littleEndian(1, 4) +
-                                littleEndian(0, 4) +
-                                littleEndian(static_cast<std::uint64_t>(time.time_since_epoch().count()), 8) +
-                                static_cast<char>(hashType) + hash.substr(0, 20);
+    std::string content = "g8tk" + littleEndian(2, 2) + littleEndian(20, 2) + littleEndian(hashes.size(), 4) +
+                          littleEndian(0, 4) +
+                          littleEndian(static_cast<std::uint64_t>(time.time_since_epoch().count()), 8);
+    for (const std::string& hash : hashes) content += static_cast<char>(hashType) + hash.substr(0, 20);
     const std::string body =
         "s8ch" + littleEndian(1, 4) + littleEndian(chain.size(), 4) + littleEndian(content.size(), 4) + chain + content;
     std::string signature = plainSignature(signer, "SHA256", body);

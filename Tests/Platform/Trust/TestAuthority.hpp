@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -49,8 +50,9 @@ Issued issue(const Wanted& wanted, const Issued* issuer = nullptr);
 /// keys are elliptic but those of the first root and of `rsaInstaller`.
 struct World {
     Issued root, developerAuthority, installer, expiredInstaller, legacyInstaller, rsaInstaller, stamper;
+    Issued application, expiredApplication;
     Issued ticketRoot, ticketAuthority, ticketSigner;
-    Issued adminRoot, adminInstaller, adminStamper;
+    Issued adminRoot, adminInstaller, adminApplication, adminStamper;
 
     static const World& shared();
     TrustSettings trust() const;
@@ -67,6 +69,11 @@ struct MessageShape {
     const Issued* stamper = nullptr;
     Time stampedAt = present;
     bool stampsOtherBytes = false;
+    /// More signed attributes: object identifiers, and the values in DER, one behind the other in the order in which
+    /// they will stand.
+    std::vector<std::pair<std::string, std::string>> attributes = {};
+    /// What the clock says, unless given.
+    std::optional<Time> signingTime = std::nullopt;
 };
 
 /// CMS SignedData as OpenSSL writes it.
@@ -78,7 +85,10 @@ std::string timestampToken(const Issued& signer, const std::vector<Certificate>&
 /// A signature over a message, RSA or ECDSA.
 std::string plainSignature(const Issued& signer, const char* digest, const std::string& message);
 
-/// A notarization ticket with one record.
+/// A notarization ticket.
+std::string ticket(const Issued& signer, const std::vector<Certificate>& carried, Time time, int hashType,
+                   const std::vector<std::string>& hashes);
+/// One with a single record.
 std::string ticket(const Issued& signer, const std::vector<Certificate>& carried, Time time, int hashType,
                    const std::string& hash);
 
