@@ -32,7 +32,9 @@ class Certificate {
     const std::string& der() const;
     /// The last common name of the subject; empty when it has none.
     std::string commonName() const;
-    /// The same of the issuer's name.
+    /// The first value of an attribute of the subject, by its object identifier; absent when it has none.
+    std::optional<std::string> subjectField(const std::string& oid) const;
+    /// The last common name of the issuer.
     std::string issuerCommonName() const;
 
     /// Raw digests of the DER: 20 and 32 bytes.

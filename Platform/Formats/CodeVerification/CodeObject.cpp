@@ -6,7 +6,6 @@
 #include "Support/FileError.hpp"
 #include "Support/FileManager.hpp"
 #include "Support/Text.hpp"
-#include "Support/UniqueDescriptor.hpp"
 
 #include <fcntl.h>
 
@@ -14,12 +13,6 @@
 
 namespace corvane::CodeSignature {
 namespace {
-
-UniqueDescriptor openFile(const FileURL& file) {
-    UniqueDescriptor descriptor(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (!descriptor) throw FileError("Cannot open", file, lastSystemError());
-    return descriptor;
-}
 
 std::string readRange(int descriptor, const FileURL& file, const MachO::Slice& slice, const MachO::Range& range) {
     if (range.size > componentSizeLimit) throw FormatError("Mach-O: a part of more than 64 MiB");
@@ -49,7 +42,7 @@ std::vector<MachO::Slice> readSlices(int descriptor, const FileURL& file, std::u
 }
 
 void readArchitectures(CodeObject& object) {
-    const UniqueDescriptor file = openFile(object.executable);
+    const UniqueDescriptor file = object.openExecutable();
     const std::uint64_t size = FileManager::fileSize(object.executable);
     for (const MachO::Slice& slice : readSlices(file.get(), object.executable, size)) {
         object.architectures.push_back(readSlice(file.get(), object.executable, slice));
@@ -80,6 +73,12 @@ std::optional<BundleLayout> layout(const FileURL& path, const std::string& versi
 }
 
 } // namespace
+
+UniqueDescriptor CodeObject::openExecutable() const {
+    UniqueDescriptor descriptor(::open(executable.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!descriptor) throw FileError("Cannot open", executable, lastSystemError());
+    return descriptor;
+}
 
 CodeObject CodeObject::open(const FileURL& path, const std::string& version) try {
     CodeObject object;
@@ -118,7 +117,7 @@ std::optional<std::string> CodeObject::infoPropertyList(const CodeArchitecture& 
     }
     const auto& section = architecture.image.infoPropertyList;
     if (!section) return std::nullopt;
-    return readRange(openFile(executable).get(), executable, architecture.slice, *section);
+    return readRange(openExecutable().get(), executable, architecture.slice, *section);
 }
 
 } // namespace corvane::CodeSignature

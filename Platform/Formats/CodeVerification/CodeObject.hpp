@@ -4,6 +4,7 @@
 #include "Platform/Formats/CodeSignature/CodeDirectory.hpp"
 #include "Platform/Formats/CodeVerification/CodeFailure.hpp"
 #include "Platform/Formats/MachO/Image.hpp"
+#include "Support/UniqueDescriptor.hpp"
 
 #include <optional>
 #include <string>
@@ -40,6 +41,9 @@ struct CodeObject {
     std::string format() const;
     /// The bytes of the property list that describes the code: the bundle's, else that in the slice.
     std::optional<std::string> infoPropertyList(const CodeArchitecture& architecture) const;
+
+    /// @throws FileError
+    UniqueDescriptor openExecutable() const;
 
     /// Opens what stands at a path. A bundle's main executable stands for the bundle.
     /// @param version of a framework, in place of the current one

@@ -100,7 +100,7 @@ void checkFreeOfDetritus(const FileURL& file) {
 void checkExecutable(const VerifiedCode& code) {
     const CodeObject& object = code.object;
     checkFreeOfDetritus(object.executable);
-    if (object.isMachO && !MachO::isTightlyPacked(object.executable)) {
+    if (object.isMachO && !MachO::isTightlyPacked(object.openExecutable().get(), object.executable)) {
         throw CodeFailure{.problem = CodeProblem::badExecutable};
     }
     for (std::size_t index = 0; index < code.slices.size(); ++index) {

@@ -10,6 +10,9 @@ namespace {
 /// Bytes of a blob before its content.
 constexpr std::size_t blobHeaderSize = 8;
 
+/// The attribute of a certificate's subject that holds the team: OU.
+constexpr const char* organizationalUnit = "2.5.4.11";
+
 /// The last number of a component whose digest a directory may hold.
 constexpr auto lastSpecialSlot = static_cast<std::uint32_t>(Slot::libraryConstraint);
 
@@ -39,7 +42,7 @@ void judgeSigner(const CodeSigner& signer, const CodeDirectory& directory) {
     const bool mustNotExpire = signer.timestamp || (directory.flags() & CodeDirectory::forcedExpiration) != 0;
     if (signer.chain.expired && mustNotExpire) throw CodeFailure{.problem = CodeProblem::expired};
     const auto& team = directory.teamIdentifier();
-    if (team && isAppleDeveloper(signer.chain) && *team != signer.leaf().organizationalUnit()) {
+    if (team && isAppleDeveloper(signer.chain) && team != signer.leaf().subjectField(organizationalUnit)) {
         throw CodeFailure{.problem = CodeProblem::signatureInvalid};
     }
 }
@@ -50,8 +53,6 @@ std::optional<CodeSigner> verifySigner(SignedSlice& slice, const Components& com
     if (cms == nullptr || cms->empty()) throw CodeFailure{.problem = CodeProblem::signatureFailed};
     CodeSigner signer =
         orFailure(CodeProblem::signatureFailed, [&] { return CodeSigner::verify(*cms, slice.directories, trust); });
-    // What an old signer did not name may have been put there by anybody.
-    if (!signer.namesDirectories) slice.directories.all.resize(1);
     judgeSigner(signer, slice.directory());
     return signer;
 }

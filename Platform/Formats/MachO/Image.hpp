@@ -37,6 +37,6 @@ std::string architectureName(const Slice& slice);
 /// Whether the file has room for nothing that no slice accounts for: __LINKEDIT ends each slice, gaps between slices
 /// are zero and shorter than the alignment that the header states, and nothing follows the last slice.
 /// @throws FormatError, FileError
-bool isTightlyPacked(const FileURL& file);
+bool isTightlyPacked(int descriptor, const FileURL& name);
 
 } // namespace corvane::MachO
