@@ -10,7 +10,8 @@
 namespace corvane {
 
 /// Where a bundle keeps what a signature covers. All paths exist unless said otherwise, are made of the path that was
-/// given, and have no links below it but a framework's Versions/Current, which is resolved.
+/// given, and have no links below it but a framework's Versions/Current, which is resolved. Only Info.plist and the
+/// main executable may be links to files themselves, which a strict look does not allow.
 struct BundleLayout {
     enum class Kind {
         /// NAME/Contents/Info.plist: applications, plug-ins, kernel extensions.
@@ -42,13 +43,15 @@ struct BundleLayout {
     FileURL sealedResourcesURL() const;
     /// Where a ticket is stapled: resourceRoot/CodeResources.
     FileURL ticketURL() const { return resourceRoot / "CodeResources"; }
+    /// Whether Info.plist says so (CFBundlePackageType is APPL).
     bool isApplication() const;
 
     /// The layout of a folder; nothing when it is no bundle.
     /// @param version of a framework, in place of the current one
     /// @throws PropertyList::Error for an Info.plist that cannot be read, FileError
     static std::optional<BundleLayout> of(const FileURL& folder, const std::string& version = "");
-    /// The bundle whose main executable a file is, if there is one around it.
+    /// The bundle whose main executable a file is, if there is one around it. Links are resolved first: the bundle's
+    /// paths are made of the file's real one. @throws as `of`
     static std::optional<BundleLayout> whoseExecutableIs(const FileURL& file);
 
     /// The other versions of a framework, sorted; empty for any other bundle.
@@ -56,8 +59,10 @@ struct BundleLayout {
 
     /// What a strict look at the folder finds wrong with the bundle's root, as `codesign` words it; empty when nothing:
     /// unsealed things beside Contents or in a framework's root, a main executable or Info.plist that is no plain file.
+    /// @throws FileError
     std::string structuralProblem() const;
-    /// Whether the signature's folder holds anything that is no part of a signature.
+    /// Whether the signature's folder holds anything that is no part of a signature, or is no folder.
+    /// @throws FileError
     bool signatureFolderHoldsOthers() const;
 };
 
