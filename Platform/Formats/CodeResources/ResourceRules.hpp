@@ -40,6 +40,10 @@ class ResourceRules {
     /// Leaves a path, and what is below it, out whatever the rules say: the main executable.
     void exclude(std::string path) { exclusions_.push_back(std::move(path)); }
 
+    /// Lists of version 1 do not speak of links: whoever walks the bundle passes them over.
+    void leaveOutLinks() { sealLinks_ = false; }
+    bool sealLinks() const { return sealLinks_; }
+
     /// Threads may ask side by side.
     Treatment treatment(std::string_view path) const;
 
@@ -55,6 +59,7 @@ class ResourceRules {
     /// The one that decides first.
     std::shared_ptr<const std::vector<Rule>> rules_;
     std::vector<std::string> exclusions_;
+    bool sealLinks_ = true;
 };
 
 } // namespace corvane::CodeResources

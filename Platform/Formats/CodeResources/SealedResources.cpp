@@ -117,6 +117,7 @@ SealedResources SealedResources::parse(std::string_view bytes, const std::string
     result.version = list.find("files2") != nullptr ? 2 : 1;
     const std::string suffix = result.version == 2 ? "2" : "";
     result.rules = ResourceRules::parse(dictionary(list, "rules" + suffix, name), name);
+    if (result.version == 1) result.rules.leaveOutLinks();
     for (const auto& [path, value] : dictionary(list, "files" + suffix, name)) {
         result.files.emplace(path, SealReader(name, path).read(value));
     }
