@@ -13,7 +13,9 @@ namespace {
 /// What the signature itself consists of, a stapled ticket and a store's receipt, from the resource root.
 constexpr std::array<const char*, 3> signatureFiles = {"_CodeSignature", "CodeResources", "_MASReceipt"};
 
+/// The rules that seal whatever no other rule speaks of, in lists of either version.
 constexpr std::string_view everything = "^.*";
+constexpr std::string_view everythingInResources = "^Resources/";
 
 /// What signing tools leave out on their own: files that the signature covers elsewhere, and what the Finder and the
 /// localisation of a product leave behind. The last is that of bundles without a folder Contents.
@@ -118,10 +120,11 @@ Treatment ResourceRules::treatment(std::string_view path) const {
     return {.isSealed = true, .isNested = rule->isNested};
 }
 
-bool ResourceRules::areWeak() const {
+bool ResourceRules::areWeak(int version) const {
     if (!rules_) return true;
-    const bool sealTheRest = std::any_of(rules_->begin(), rules_->end(),
-                                         [](const Rule& each) { return each.text == everything && !each.omits; });
+    const std::string_view rest = version == 1 ? everythingInResources : everything;
+    const bool sealTheRest =
+        std::any_of(rules_->begin(), rules_->end(), [&](const Rule& each) { return each.text == rest && !each.omits; });
     return !sealTheRest ||
            std::any_of(rules_->begin(), rules_->end(), [](const Rule& each) { return each.isUnusualOmission(); });
 }

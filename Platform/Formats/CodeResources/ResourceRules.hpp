@@ -48,7 +48,8 @@ class ResourceRules {
     Treatment treatment(std::string_view path) const;
 
     /// Whether they leave out what the usual rules seal, or hold no rule that seals everything else.
-    bool areWeak() const;
+    /// @param version of the list: those of version 1 seal no more than Resources
+    bool areWeak(int version) const;
     /// As the list holds them, `exclude` not counted.
     std::size_t count() const;
 

@@ -19,9 +19,6 @@ using CodeResources::Seal;
 using CodeResources::SealedResources;
 using Note = FileNote::Kind;
 
-/// The folders of a bundle that its own signature never covers.
-constexpr std::array<const char*, 3> neverSealed{"_CodeSignature", "CodeResources", "_MASReceipt"};
-
 /// Where links that begin at the root may lead: folders that belong to the system. They are not on this one.
 constexpr std::array<std::string_view, 2> systemFolders{"/System/", "/Library/"};
 
@@ -58,14 +55,13 @@ SealedResources parseSealedResources(const std::string& bytes) try {
 }
 
 void checkRules(const SealedResources& resources) {
-    if (resources.rules.areWeak()) throw CodeFailure{.problem = CodeProblem::weakRules};
+    if (resources.rules.areWeak(resources.version)) throw CodeFailure{.problem = CodeProblem::weakRules};
     if (resources.version == 1) throw CodeFailure{.problem = CodeProblem::oldEnvelope};
 }
 
-/// The rules of the list, and what no list may say anything about.
+/// The rules of the list. The main executable is sealed by its own pages.
 CodeResources::ResourceRules completeRules(const VerifiedCode& code) {
     CodeResources::ResourceRules rules = code.sealedResources->rules;
-    for (const char* path : neverSealed) rules.exclude(path);
     const BundleLayout& bundle = *code.object.bundle;
     if (bundle.executable) rules.exclude(bundle.executable->lexically_relative(bundle.resourceRoot).string());
     return rules;

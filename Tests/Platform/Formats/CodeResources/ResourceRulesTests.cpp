@@ -160,8 +160,8 @@ TEST(ResourceRules, weakOnes) {
         {rule("^Resources/", "<true/>"), true},
         {"", true},
     };
-    for (const auto& [content, expected] : cases) EXPECT_EQ(rules(content).areWeak(), expected) << content;
-    EXPECT_TRUE(ResourceRules().areWeak());
+    for (const auto& [content, expected] : cases) EXPECT_EQ(rules(content).areWeak(2), expected) << content;
+    EXPECT_TRUE(ResourceRules().areWeak(2));
 }
 
 } // namespace
