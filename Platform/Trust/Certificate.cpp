@@ -136,6 +136,21 @@ std::optional<std::string> Certificate::subjectField(const std::string& oid) con
 std::string Certificate::commonName() const { return lastCommonName(X509_get_subject_name(x509())); }
 std::string Certificate::issuerCommonName() const { return lastCommonName(X509_get_issuer_name(x509())); }
 
+std::optional<std::string> Certificate::subjectField(const std::string& oid) const {
+    const X509_NAME* subject = X509_get_subject_name(x509());
+    const OpenSSL::Object object(OBJ_txt2obj(oid.c_str(), 1));
+    const int index = object ? X509_NAME_get_index_by_OBJ(subject, object.get(), -1) : -1;
+    ERR_clear_error();
+    return index < 0 ? std::nullopt : std::optional(entry(subject, index));
+}
+
+bool Certificate::isIssuedBy(const Certificate& issuer) const {
+    const bool isNamed = X509_check_issued(issuer.x509(), x509()) == X509_V_OK;
+    const bool isSigned = isNamed && X509_verify(x509(), X509_get0_pubkey(issuer.x509())) == 1;
+    ERR_clear_error();
+    return isSigned;
+}
+
 bool Certificate::hasExtension(const std::string& oid) const { return extension(x509(), oid) != nullptr; }
 
 bool Certificate::isCritical(const std::string& oid) const {
@@ -175,6 +190,16 @@ bool Certificate::hasExtendedKeyUsage(const std::string& oid) const {
         if (OpenSSL::text(sk_ASN1_OBJECT_value(usages.get(), index)) == oid) return true;
     }
     ERR_clear_error();
+    return false;
+}
+
+bool Certificate::hasPolicy(const std::string& oid) const {
+    const OpenSSL::Owner<CERTIFICATEPOLICIES, CERTIFICATEPOLICIES_free> policies(
+        static_cast<CERTIFICATEPOLICIES*>(X509_get_ext_d2i(x509(), NID_certificate_policies, nullptr, nullptr)));
+    ERR_clear_error();
+    for (int index = 0; policies && index < sk_POLICYINFO_num(policies.get()); ++index) {
+        if (OpenSSL::text(sk_POLICYINFO_value(policies.get(), index)->policyid) == oid) return true;
+    }
     return false;
 }
 

@@ -36,6 +36,10 @@ class Certificate {
     std::optional<std::string> subjectField(const std::string& oid) const;
     /// The last common name of the issuer.
     std::string issuerCommonName() const;
+    /// The first value that the subject has for an attribute, "2.5.4.11" for the organizational unit.
+    std::optional<std::string> subjectField(const std::string& oid) const;
+    /// By name and by signature. A root has issued itself.
+    bool isIssuedBy(const Certificate& issuer) const;
 
     /// Raw digests of the DER: 20 and 32 bytes.
     std::string sha1() const;
@@ -55,6 +59,7 @@ class Certificate {
     bool allowsSigningData() const;
     bool hasExtendedKeyUsages() const;
     bool hasExtendedKeyUsage(const std::string& oid) const;
+    bool hasPolicy(const std::string& oid) const;
 
     /// For callers of OpenSSL; owned by this certificate and its copies.
     x509_st* x509() const;

@@ -3,8 +3,8 @@
 #include "Platform/Formats/FormatError.hpp"
 #include "Platform/Trust/KeyFile.hpp"
 #include "Platform/Trust/MemoryBio.hpp"
+#include "Platform/Trust/PrivateFiles.hpp"
 #include "Platform/Trust/TimestampAuthority.hpp"
-#include "Support/AtomicFile.hpp"
 #include "Support/FileManager.hpp"
 #include "Support/Text.hpp"
 #include "Support/UniqueDescriptor.hpp"
@@ -15,38 +15,23 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <tuple>
 
 namespace corvane {
 namespace {
 
-constexpr std::uint64_t fileLimit = std::uint64_t{1} << 20;
-constexpr mode_t readableByOthers = 077;
-constexpr mode_t writableByOthers = 022;
+using PrivateFiles::readableByOthers;
+using PrivateFiles::requireClosed;
+using PrivateFiles::writableByOthers;
 
-/// Refuses a file or folder of another user, and one whose mode lets other users do what they must not.
-void requireClosed(const FileURL& url, mode_t forbidden) {
-    struct stat status {};
-    if (::stat(url.c_str(), &status) != 0) throw FileError("Cannot examine", url, lastSystemError());
-    if (status.st_uid != ::geteuid() && status.st_uid != 0) {
-        throw FormatError(url.string() + " belongs to another user");
-    }
-    if ((status.st_mode & forbidden) == 0) return;
-    throw FormatError(url.string() + " is open to other users; close it with: chmod go= '" + url.string() + "'");
-}
+constexpr std::uint64_t fileLimit = std::uint64_t{1} << 20;
 
 /// The PEM files of a folder of the keychain; none when the folder is missing.
 std::vector<FileURL> files(const FileURL& keychain, std::string_view name, mode_t forbidden) {
     const FileURL folder = keychain / name;
     if (!FileManager::isDirectory(folder)) return {};
     requireClosed(keychain, forbidden);
-    requireClosed(folder, forbidden);
-    std::vector<FileURL> found = FileManager::contentsOfDirectory(folder);
-    std::erase_if(found, [](const FileURL& url) { return pathExtension(url) != "pem"; });
-    std::sort(found.begin(), found.end());
-    for (const FileURL& url : found) requireClosed(url, forbidden);
-    return found;
+    return PrivateFiles::list(folder, "pem", forbidden);
 }
 
 std::vector<Certificate> certificates(const FileURL& keychain, std::string_view name) {
@@ -83,11 +68,7 @@ UniqueDescriptor lock(const FileURL& folder) {
 } // namespace
 
 Keychain Keychain::ofUser() {
-    const char* data = std::getenv("XDG_DATA_HOME");
-    // A relative path in this variable counts as none, by the convention of its kind.
-    const bool isSet = data != nullptr && data[0] == '/';
-    const FileURL base = isSet ? FileURL(data) : FileURL(expandingTilde("~/.local/share"));
-    return Keychain(base / "corvane" / "keychain");
+    return Keychain(PrivateFiles::baseFolder("XDG_DATA_HOME", "~/.local/share") / "corvane" / "keychain");
 }
 
 std::vector<Identity> Keychain::identities() const {
@@ -158,11 +139,7 @@ void Keychain::write(const FileURL& relativePath, const std::string& content) co
     requireClosed(folder_, readableByOthers);
     const UniqueDescriptor held = lock(folder_);
     const FileURL url = folder_ / relativePath;
-    if (relativePath.has_parent_path()) FileManager::createPrivateDirectory(deletingLastPathComponent(url));
-    AtomicFile file(url);
-    file.setMode(0600);
-    file.write(content);
-    file.commit();
+    PrivateFiles::write(url, content);
 }
 
 } // namespace corvane

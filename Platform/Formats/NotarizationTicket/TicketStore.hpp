@@ -21,7 +21,7 @@ class TicketStore {
     /// Keeps a ticket. @throws FormatError when it is not genuine, FileError
     void add(std::string_view ticket, const std::vector<TrustAnchor>& appleRoots = AppleRoots::pinned()) const;
     /// Every genuine ticket of the store; others are passed over. A folder that is not there is empty.
-    /// @throws FileError
+    /// @throws FileError, FormatError when other users can write to the store
     std::vector<NotarizationTicket> tickets(const std::vector<TrustAnchor>& appleRoots = AppleRoots::pinned()) const;
 
   private:

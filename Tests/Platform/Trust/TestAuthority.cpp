@@ -77,10 +77,12 @@ void stamp(CMS_ContentInfo* message, const MessageShape& shape) {
 }
 
 void addAttributes(CMS_SignerInfo* signer, const MessageShape& shape) {
-    // OpenSSL writes a value that is a sequence as it is given, so several in a row stay in their order.
     for (const auto& [oid, values] : shape.attributes) {
-        require(CMS_signed_add1_attr_by_txt(signer, oid.c_str(), V_ASN1_SEQUENCE, values.data(),
-                                            static_cast<int>(values.size())));
+        require(CMS_signed_add1_attr_by_txt(signer, oid.c_str(), 0, nullptr, 0));
+        // A sequence is written as it is given, so several in its place stay in their order. In the call above OpenSSL
+        // would have read them again, and sorted them.
+        X509_ATTRIBUTE* added = CMS_signed_get_attr(signer, CMS_signed_get_attr_count(signer) - 1);
+        require(X509_ATTRIBUTE_set1_data(added, V_ASN1_SEQUENCE, values.data(), static_cast<int>(values.size())));
     }
     if (!shape.signingTime) return;
     const Owner<ASN1_TIME, ASN1_TIME_free> time(

@@ -1,4 +1,5 @@
 #include "Platform/Formats/CodeSignature/SuperBlob.hpp"
+#include "Platform/Formats/ExtendedAttributes/ExtendedAttributes.hpp"
 #include "Platform/Formats/FormatError.hpp"
 #include "Tests/Platform/Formats/CodeSignature/TestCode.hpp"
 #include "Tests/TestSupport.hpp"
@@ -60,20 +61,25 @@ TEST(SuperBlob, isRefusedWhenItContradictsItself) {
     for (const auto& each : cases) EXPECT_THROW(readSuperBlob(each.bytes), FormatError) << each.name;
 }
 
-TEST(SignatureFolder, holdsTheSameComponents) {
+TEST(SignatureParts, standAsFilesAndAttributesToo) {
     const Sandbox sandbox;
     const SignatureShape shape{.hashes = {HashType::sha1, HashType::sha256}, .requirements = blob(0xFADE0C01, "rules")};
     const auto parts = signatureComponents("code", shape);
     const FileURL folder = sandbox / "_CodeSignature";
-    EXPECT_FALSE(Components::ofFolder(folder).isSigned());
-    for (const auto& [slot, bytes] : parts) sandbox.write("_CodeSignature/" + componentName(slot), bytes);
-    sandbox.write("_CodeSignature/CodeResources", "a file of the bundle");
-    const Components found = Components::ofFolder(folder);
+    const FileURL file = sandbox.write("script", "code");
+    EXPECT_FALSE(Components::ofFolder(folder).isSigned() || Components::ofAttributes(file).isSigned());
     for (const auto& [slot, bytes] : parts) {
-        ASSERT_NE(found.find(slot), nullptr) << componentName(slot);
-        EXPECT_EQ(*found.find(slot), bytes);
+        sandbox.write("_CodeSignature/" + componentName(slot), bytes);
+        ExtendedAttributes::set(file, "com.apple.cs." + componentName(slot), bytes);
     }
-    EXPECT_EQ(found.find(Slot::resourceDirectory), nullptr);
+    sandbox.write("_CodeSignature/CodeResources", "a file of the bundle");
+    for (const Components& found : {Components::ofFolder(folder), Components::ofAttributes(file)}) {
+        for (const auto& [slot, bytes] : parts) {
+            ASSERT_NE(found.find(slot), nullptr) << componentName(slot);
+            EXPECT_EQ(*found.find(slot), bytes);
+        }
+        EXPECT_EQ(found.find(Slot::resourceDirectory), nullptr);
+    }
     std::filesystem::remove(folder / "CodeSignature");
     std::filesystem::create_directory(folder / "CodeSignature");
     EXPECT_THROW(Components::ofFolder(folder), FormatError);

@@ -1,0 +1,50 @@
+#include "Platform/Trust/PrivateFiles.hpp"
+
+#include "Platform/Formats/FormatError.hpp"
+#include "Support/AtomicFile.hpp"
+#include "Support/FileError.hpp"
+#include "Support/FileManager.hpp"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace corvane::PrivateFiles {
+
+FileURL baseFolder(const char* variable, const std::string& otherwise) {
+    const char* configured = std::getenv(variable);
+    const bool isSet = configured != nullptr && configured[0] == '/';
+    return isSet ? configured : expandingTilde(otherwise);
+}
+
+void requireClosed(const FileURL& url, mode_t forbidden) {
+    struct stat status {};
+    if (::stat(url.c_str(), &status) != 0) throw FileError("Cannot examine", url, lastSystemError());
+    if (status.st_uid != ::geteuid() && status.st_uid != 0) {
+        throw FormatError(url.string() + " belongs to another user");
+    }
+    if ((status.st_mode & forbidden) == 0) return;
+    throw FormatError(url.string() + " is open to other users; close it with: chmod go= '" + url.string() + "'");
+}
+
+std::vector<FileURL> list(const FileURL& folder, std::string_view extension, mode_t forbidden) {
+    if (!FileManager::isDirectory(folder)) return {};
+    requireClosed(folder, forbidden);
+    std::vector<FileURL> found = FileManager::contentsOfDirectory(folder);
+    std::erase_if(found, [&](const FileURL& url) { return pathExtension(url) != extension; });
+    std::sort(found.begin(), found.end());
+    for (const FileURL& url : found) requireClosed(url, forbidden);
+    return found;
+}
+
+void write(const FileURL& url, std::string_view content) {
+    FileManager::createPrivateDirectory(deletingLastPathComponent(url));
+    AtomicFile file(url);
+    file.setMode(0600);
+    file.write(content);
+    file.commit();
+}
+
+} // namespace corvane::PrivateFiles
