@@ -125,14 +125,6 @@ Time Certificate::notAfter() const { return content_->notAfter; }
 std::string Certificate::sha1() const { return digest(x509(), EVP_sha1()); }
 std::string Certificate::sha256() const { return digest(x509(), EVP_sha256()); }
 
-std::optional<std::string> Certificate::subjectField(const std::string& oid) const {
-    const OpenSSL::Object object(OBJ_txt2obj(oid.c_str(), 1));
-    const X509_NAME* name = X509_get_subject_name(x509());
-    const int index = object ? X509_NAME_get_index_by_OBJ(name, object.get(), -1) : -1;
-    if (index < 0) return std::nullopt;
-    return entry(name, index);
-}
-
 std::string Certificate::commonName() const { return lastCommonName(X509_get_subject_name(x509())); }
 std::string Certificate::issuerCommonName() const { return lastCommonName(X509_get_issuer_name(x509())); }
 

@@ -32,9 +32,7 @@ class Certificate {
     const std::string& der() const;
     /// The last common name of the subject; empty when it has none.
     std::string commonName() const;
-    /// The first value of an attribute of the subject, by its object identifier; absent when it has none.
-    std::optional<std::string> subjectField(const std::string& oid) const;
-    /// The last common name of the issuer.
+    /// The same of the issuer's name.
     std::string issuerCommonName() const;
     /// The first value that the subject has for an attribute, "2.5.4.11" for the organizational unit.
     std::optional<std::string> subjectField(const std::string& oid) const;

@@ -70,7 +70,7 @@ class Description {
         if (verbosity_ == 0) return text_;
         line("Identifier", directory_.identifier());
         line("Format", object_.format());
-        line("CodeDirectory", directoryText());
+        text_ += "CodeDirectory " + directoryText() + "\n";
         if (verbosity_ >= 3) addDigests();
         addSigner(trust.settings);
         if (trust.tickets.isStapled && trust.tickets.name(directories_)) line("Notarization Ticket", "stapled");
