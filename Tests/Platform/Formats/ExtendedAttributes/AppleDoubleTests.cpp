@@ -79,7 +79,7 @@ TEST(AppleDouble, readsWhatOthersWrite) {
          withAttributes(1, attribute(136, 4, "com.example.note") + "text"),
          {{"com.example.note", "text"}}},
         {"blank fork", file({{2, 38, 286}}, blankFork()), {}},
-        {"empty parts", file({{2, 62, 0}, {9, 62, 0}}, ""), {}},
+        {"empty parts", file({{2, 50, 0}, {9, 50, 0}}, ""), {}},
         {"other bytes behind the Finder information",
          file({{9, 38, 100}}, finderInfo + std::string(68, 'A')),
          {{"com.apple.FinderInfo", finderInfo}}},
