@@ -77,7 +77,7 @@ TEST(ResourceScan, findsWhatTheSealSpeaksOf) {
                                        "file notes 5\n");
 }
 
-TEST(ResourceScan, whatCannotBeRead) {
+TEST(ResourceScan, refusesRootsAndDepths) {
     const Sandbox root;
     EXPECT_THROW(scanned(root / "absent"), FileError);
     EXPECT_THROW(scanned(root.write("file", "")), FileError);
@@ -87,15 +87,17 @@ TEST(ResourceScan, whatCannotBeRead) {
     EXPECT_EQ(scanned(root.url()), "file file 0\n");
     fs::create_directory(deep / "d");
     EXPECT_THROW(scanned(root.url()), FormatError);
-    fs::remove_all(root / "d");
+}
 
+TEST(ResourceScan, closedFolders) {
     if (::geteuid() == 0) GTEST_SKIP() << "folders are never closed to root";
+    const Sandbox root;
     for (const auto& [name, mode] :
          {std::pair("closed", fs::perms::none), std::pair("listed", fs::perms::owner_read)}) {
         root.write(std::string(name) + "/a", "");
         fs::permissions(root / name, mode);
     }
-    EXPECT_EQ(scanned(root.url()), "unreadable closed\nfile file 0\nunreadable listed\n");
+    EXPECT_EQ(scanned(root.url()), "unreadable closed\nunreadable listed\n");
     for (const char* name : {"closed", "listed"}) fs::permissions(root / name, fs::perms::owner_all);
 }
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <set>
+#include <stdexcept>
 
 namespace corvane::TestSupport {
 namespace {
@@ -175,7 +176,9 @@ std::string signedSlice(const Architecture& architecture, const CodeShape& code,
     const HashType last = signature.hashes.back();
     cdhashes.push_back(digest(digestKind(last), codeDirectory(slice, signature, last)).substr(0, 20));
     std::string bytes = superBlob(components);
-    bytes.resize(signatureRoom(signature, slice.size()));
+    const std::size_t room = signatureRoom(signature, slice.size());
+    if (bytes.size() > room) throw std::length_error("test code: the signature is longer than its room");
+    bytes.resize(room);
     return slice + bytes;
 }
 
