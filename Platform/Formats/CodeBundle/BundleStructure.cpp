@@ -2,6 +2,7 @@
 
 #include "Platform/Formats/CodeBundle/BundleLayout.hpp"
 #include "Platform/Formats/CodeBundle/FileKind.hpp"
+#include "Platform/Formats/CodeSignature/CodeProblem.hpp"
 #include "Platform/Formats/CodeSignature/Components.hpp"
 #include "Platform/Formats/ExtendedAttributes/ExtendedAttributes.hpp"
 #include "Support/FileManager.hpp"
@@ -11,10 +12,6 @@
 
 namespace corvane {
 namespace {
-
-constexpr const char* unsealedInRoot = "unsealed contents present in the bundle root";
-constexpr const char* unsealedInFramework = "unsealed contents present in the root directory of an embedded framework";
-constexpr const char* irregularFile = "the main executable or Info.plist must be a regular file (no symlinks, etc.)";
 
 /// What the Finder and software updates leave in the root of a bundle.
 constexpr std::array<std::string_view, 4> toleratedFiles = {".DS_Store", ".LSOverride", "Icon\r",
@@ -82,11 +79,12 @@ bool isComponentName(const std::string& name) {
 } // namespace
 
 std::string BundleLayout::structuralProblem() const {
-    if (kind == Kind::contents && !rootHoldsOnlyContents(root)) return unsealedInRoot;
-    if (kind == Kind::versioned && !rootHoldsOnlyVersions(root)) return unsealedInFramework;
+    if (kind == Kind::contents && !rootHoldsOnlyContents(root)) return CodeSignature::CodeProblem::unsealedRoot;
+    if (kind == Kind::versioned && !rootHoldsOnlyVersions(root))
+        return CodeSignature::CodeProblem::unsealedFrameworkRoot;
     const bool areRegular = (!executable || FileKind::isPlainFile(*executable)) &&
                             (!infoPropertyListURL || FileKind::isPlainFile(*infoPropertyListURL));
-    return areRegular ? "" : irregularFile;
+    return areRegular ? "" : CodeSignature::CodeProblem::notPlainFile;
 }
 
 bool BundleLayout::signatureFolderHoldsOthers() const {

@@ -135,9 +135,13 @@ std::string problemOf(const TimestampToken& timestamp, const CodeSigner& signer)
 
 void judge(CodeSigner& signer, const SignedMessage& message, const TrustSettings& settings) {
     if (const auto token = message.timestampToken()) {
-        const auto timestamp =
-            TimestampToken::verify(*token, message.signatureValue(), withTravellingRoots(settings, message, *token));
+        auto timestamp = TimestampToken::verify(*token, message.signatureValue(), settings);
         judgeChain(signer, message, settings, timestamp.time);
+        // Whoever brings a root along may bring an authority's as well.
+        if (signer.rootTravels && !timestamp.chain.isTrusted()) {
+            const TrustSettings trust = withTravellingRoots(settings, message, *token);
+            timestamp = TimestampToken::verify(*token, message.signatureValue(), trust);
+        }
         signer.timestampProblem = problemOf(timestamp, signer);
         if (signer.timestampProblem.empty()) {
             signer.timestamp = timestamp.time;

@@ -36,9 +36,13 @@ CodeArchitecture readSlice(int descriptor, const FileURL& file, const MachO::Sli
     return architecture;
 }
 
+/// None for a file that is no Mach-O file.
 std::vector<MachO::Slice> readSlices(int descriptor, const FileURL& file, std::uint64_t size) {
     FileRange source(descriptor, file, 0, std::min<std::uint64_t>(size, MachO::headerSize));
-    return MachO::slices(readAll(source, MachO::headerSize, "Mach-O"), size);
+    const std::string front = readAll(source, MachO::headerSize, "Mach-O");
+    auto slices = MachO::slices(front, size);
+    if (slices.empty() && MachO::isMachO(front)) throw FormatError("Mach-O: the header contradicts the file");
+    return slices;
 }
 
 void readArchitectures(CodeObject& object) {

@@ -19,6 +19,9 @@ constexpr std::uint32_t magic = 0xFEEDFACE;
 constexpr std::uint32_t magic64 = 0xFEEDFACF;
 constexpr std::size_t headerSizeOf(bool isWide) { return isWide ? 32 : 28; }
 
+/// Of a processor's subtype: its highest byte holds capabilities.
+constexpr std::uint32_t subtypeMask = 0x00FFFFFF;
+
 constexpr std::uint32_t segmentCommand = 0x1;
 constexpr std::uint32_t segmentCommand64 = 0x19;
 constexpr std::uint32_t codeSignatureCommand = 0x1D;
@@ -174,7 +177,12 @@ Image Image::read(int descriptor, const FileURL& name, const Slice& slice) {
     const std::string front =
         readRange(descriptor, name, slice.offset, std::min<std::uint64_t>(slice.size, headerSizeOf(true)));
     Fields header = Fields::of(front);
-    header.skip(12); // processor, kind of file
+    const std::uint32_t cpuType = header.number();
+    const std::uint32_t cpuSubtype = header.number();
+    if (cpuType != slice.cpuType || ((cpuSubtype ^ slice.cpuSubtype) & subtypeMask) != 0) {
+        header.fail("expected the architecture that the file's header states, found another");
+    }
+    header.skip(4); // kind of file
     const std::uint32_t count = header.number();
     const std::uint32_t size = header.number();
     const std::size_t start = headerSizeOf(header.isWide());
@@ -208,8 +216,7 @@ std::string architectureName(const Slice& slice) {
                                                  {0x00000012, 0, "ppc"},
                                                  {0x00000012, 10, "ppc7400"},
                                                  {0x01000012, 0, "ppc64"}}};
-    // The highest byte holds capabilities.
-    const std::uint32_t subtype = slice.cpuSubtype & 0x00FFFFFF;
+    const std::uint32_t subtype = slice.cpuSubtype & subtypeMask;
     const auto* found = std::find_if(names.begin(), names.end(), [&](const Name& each) {
         return each.cpuType == slice.cpuType && each.cpuSubtype == subtype;
     });

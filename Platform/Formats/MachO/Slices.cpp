@@ -46,6 +46,16 @@ std::vector<Slice> fatSlices(ByteCursor header, bool isWide, std::uint64_t size)
 
 } // namespace
 
+bool isMachO(std::string_view front) {
+    if (front.size() < magicSize) return false;
+    ByteCursor bigEndian(front, "Mach-O");
+    ByteCursor littleEndian = bigEndian;
+    const std::uint32_t magic = bigEndian.u32BigEndian();
+    if (isThin(magic) || isThin(littleEndian.u32LittleEndian())) return true;
+    const bool isFat = magic == fatMagic || magic == fatMagic64;
+    return isFat && bigEndian.remaining() >= 4 && bigEndian.u32BigEndian() <= sliceLimit;
+}
+
 std::vector<Slice> slices(std::string_view front, std::uint64_t size) {
     if (front.size() < magicSize) return {};
     ByteCursor bigEndian(front, "Mach-O");

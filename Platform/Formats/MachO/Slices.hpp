@@ -29,4 +29,8 @@ constexpr std::size_t headerSize = 8 + 32 * sliceLimit;
 /// @param size bytes of the file
 std::vector<Slice> slices(std::string_view front, std::uint64_t size);
 
+/// Whether a file begins as Mach-O files do, whatever stands behind that.
+/// @param front as for `slices`
+bool isMachO(std::string_view front);
+
 } // namespace corvane::MachO
