@@ -174,7 +174,8 @@ std::vector<std::string> names(const FileURL& item) {
     FileManager::itemStatus(item);
     const std::vector<std::string> kept = FileSystem::names(item);
     std::set<std::string> found(kept.begin(), kept.end());
-    for (const auto& [name, value] : Companion(item).attributes()) found.insert(name);
+    const Companion companion(item);
+    for (const auto& [name, value] : companion.attributes()) found.insert(name);
     for (const char* name : {finderInfo, resourceFork}) {
         if (found.contains(name) && !value(item, name)) found.erase(name);
     }
