@@ -29,8 +29,8 @@ struct RequirementSubject {
 /// immutable content.
 class Requirement {
   public:
-    /// The compiled form of one requirement, header included. Operations that nobody here knows fail the whole
-    /// requirement, or, where the format says so, count as false.
+    /// The compiled form of one requirement, header included. An operation, comparison or field of a
+    /// certificate that nobody here knows is an error; where the format marks an operation for it, it counts as false.
     /// @throws FormatError
     static Requirement parseBlob(std::string_view blob);
     /// The language's text, as sealed resources hold it: `identifier "a.b" and anchor apple generic`.

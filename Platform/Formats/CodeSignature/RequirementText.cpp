@@ -110,14 +110,16 @@ class TextParser {
 
   private:
     Expression anyOf(int depth) {
-        std::vector<Expression> parts{allOf(depth)};
-        while (takeWord("or")) parts.push_back(allOf(depth));
+        std::vector<Expression> parts;
+        do parts.push_back(allOf(depth));
+        while (takeWord("or"));
         return parts.size() == 1 ? std::move(parts[0]) : Expression{Expression::AnyOf{std::move(parts)}};
     }
 
     Expression allOf(int depth) {
-        std::vector<Expression> parts{primary(depth)};
-        while (takeWord("and")) parts.push_back(primary(depth));
+        std::vector<Expression> parts;
+        do parts.push_back(primary(depth));
+        while (takeWord("and"));
         return parts.size() == 1 ? std::move(parts[0]) : Expression{Expression::AllOf{std::move(parts)}};
     }
 

@@ -185,7 +185,9 @@ TEST(Requirement, goesByTheChain) {
     const World& world = World::shared();
     const Issued ownAuthority =
         issue({"Apple Code Signing Certification Authority", authorityExtensions(), -1000, 1000}, &world.root);
-    const Issued own = issue({"Software Signing", leafExtensions("codeSigning")}, &ownAuthority);
+    Extensions withPolicy = leafExtensions("codeSigning");
+    withPolicy.emplace_back("certificatePolicies", "DER:30:07:30:05:06:03:2a:03:04");
+    const Issued own = issue({"Software Signing", withPolicy}, &ownAuthority);
     const Issued stranger = issue({"Trusted Root", authorityExtensions(), -1000, 1000});
     const Issued forgery = issue({"Installer", leafExtensions("codeSigning"), -1000, 1000, false, stranger.key},
                                  &world.developerAuthority);
@@ -215,6 +217,8 @@ TEST(Requirement, goesByTheChain) {
         bool isMet;
     } cases[] = {
         {"Apple's own", &apple, "anchor apple and anchor apple generic", true},
+        {"policy", &apple, "cert leaf[policy.1.2.3.4] and cert leaf[policy.1.2.3.5] absent", true},
+        {"policy's value", &apple, "cert leaf[policy.1.2.3.4] = x or cert leaf[policy.1.2.3.4] absent", false},
         {"expired", &expired, "anchor apple generic and " + authority, true},
         {"administrator's", &administrator, "anchor trusted and !anchor apple generic and cert 1 trusted", true},
         {"forged", &forged, "anchor apple generic or anchor trusted or cert root trusted", false},
