@@ -17,7 +17,7 @@ namespace {
 constexpr int pathLimit = 50;
 
 void askRules(const SealedResources& sealed) {
-    sealed.rules.areWeak();
+    sealed.rules.areWeak(sealed.version);
     int count = 0;
     for (const auto& [path, seal] : sealed.files) {
         if (++count > pathLimit) return;
