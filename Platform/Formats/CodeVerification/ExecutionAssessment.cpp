@@ -48,9 +48,9 @@ bool isDeveloperID(const CertificateChain& chain) {
 }
 
 std::string refusalOfChain(const CertificateChain& chain) {
-    if (chain.expired) return "signed by a certificate that has since expired";
     if (chain.owner == AnchorOwner::administrator) return "not issued by Apple";
     if (chain.owner == AnchorOwner::nobody) return "untrusted certificate";
+    if (chain.expired) return "signed by a certificate that has since expired";
     return "";
 }
 

@@ -47,9 +47,11 @@ TEST_F(PackageVerdict, refusesOtherCalls) {
         {{"--assess", "--type", "open", "text.pkg"}, 2, "usage: spctl"},
         {{"--assess", "--type", "install", "--status", "text.pkg"}, 2, "usage: spctl"},
         {{"--assess", "--type", "install", "text.pkg", "other.pkg"}, 2, "usage: spctl"},
-        {{"--assess", "--type", "exec", "text.pkg"}, 1, "text.pkg: assessment of applications is not in this build"},
+        {{"--assess", "--type", "exec", "text.pkg"}, 3, "text.pkg: rejected (no usable signature)"},
         {{"--assess", "--type", "install", "text.pkg"}, 1, "text.pkg: xar: "},
-        {{"--assess", "--type", "install", "none.pkg"}, 1, "none.pkg: Cannot open none.pkg: No such file"},
+        {{"--assess", "--type", "install", "none.pkg"}, 1, "none.pkg: No such file or directory\n"},
+        {{"--assess", "--type", "exec", "none.app"}, 1, "none.app: No such file or directory\n"},
+        {{"--assess", "--type", "e", "."}, 1, ".: bundle format unrecognized, invalid, or unsuitable\n"},
         {{"--assess", "--type", "install", "."}, 1, ".: xar: expected a file"},
     };
     for (const auto& each : cases) {
