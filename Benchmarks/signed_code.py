@@ -1,10 +1,14 @@
-"""Makes an application that is signed ad hoc, for the benchmarks beside this file."""
+"""Makes an application that is signed ad hoc, for the benchmarks beside this file.
+
+Usage: signed_code.py APPLICATION MEGABYTES
+"""
 
 import hashlib
 import os
 import plistlib
 import random
 import struct
+import sys
 
 import payloads
 
@@ -98,3 +102,7 @@ def make_application(application, megabytes):
         os.symlink(f"Versions/Current/{name}", os.path.join(framework, name))
     sign(contents, os.path.join(contents, "Info.plist"), "MacOS/Outer", size, "com.example.Outer",
          {"Frameworks/Inner.framework": cdhash}, randomness)
+
+
+if __name__ == "__main__":
+    make_application(sys.argv[1], int(sys.argv[2]))

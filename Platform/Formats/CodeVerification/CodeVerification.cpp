@@ -9,7 +9,7 @@ CodeVerification CodeVerification::of(const FileURL& path, const Options& option
     const Requirement* requirement = options.requirement ? &*options.requirement : nullptr;
     CodePlan plan =
         CodePlan::of({.path = path, .requirement = requirement}, {.options = options, .trust = trust, .work = work});
-    work.run();
+    work.finish();
     return {.failure = plan.checks->failure(work), .code = std::move(plan.code)};
 }
 

@@ -7,10 +7,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <atomic>
-#include <numeric>
 #include <span>
-#include <thread>
 
 namespace corvane::CodeSignature {
 namespace {
@@ -80,35 +77,49 @@ bool isAsExpected(const HashJob& job, std::span<char> buffer) try {
     return false;
 }
 
-std::vector<std::size_t> longestFirst(const std::vector<HashJob>& jobs) {
-    std::vector<std::size_t> order(jobs.size());
-    std::iota(order.begin(), order.end(), 0);
-    std::stable_sort(order.begin(), order.end(),
-                     [&](std::size_t left, std::size_t right) { return jobs[left].length > jobs[right].length; });
-    return order;
-}
-
 } // namespace
 
+HashWork::HashWork() {
+    const unsigned cores = std::max(1U, std::thread::hardware_concurrency());
+    for (unsigned index = 1; index < cores; ++index) threads_.emplace_back([this] { work(); });
+}
+
+HashWork::~HashWork() {
+    const std::lock_guard lock(mutex_);
+    waiting_ = {};
+    isComplete_ = true;
+    changed_.notify_all();
+}
+
 std::size_t HashWork::add(HashJob job) {
-    jobs_.push_back(std::move(job));
+    const std::lock_guard lock(mutex_);
+    waiting_.push(&jobs_.emplace_back(Entry{std::move(job)}));
+    changed_.notify_one();
     return jobs_.size() - 1;
 }
 
-void HashWork::run() {
-    good_.assign(jobs_.size(), 0);
-    const std::vector<std::size_t> order = longestFirst(jobs_);
-    std::atomic<std::size_t> next = 0;
-    const auto work = [&] {
-        std::vector<char> buffer(pieceSize);
-        for (std::size_t at = next++; at < order.size(); at = next++) {
-            good_[order[at]] = isAsExpected(jobs_[order[at]], buffer) ? 1 : 0;
-        }
-    };
-    const std::size_t workers = std::min<std::size_t>(std::max(1U, std::thread::hardware_concurrency()), jobs_.size());
-    std::vector<std::jthread> others;
-    for (std::size_t index = 1; index < workers; ++index) others.emplace_back(work);
+void HashWork::finish() {
+    {
+        const std::lock_guard lock(mutex_);
+        isComplete_ = true;
+        changed_.notify_all();
+    }
     work();
+    threads_.clear();
+}
+
+void HashWork::work() {
+    std::vector<char> buffer(pieceSize);
+    std::unique_lock lock(mutex_);
+    while (true) {
+        changed_.wait(lock, [this] { return isComplete_ || !waiting_.empty(); });
+        if (waiting_.empty()) return;
+        Entry& entry = *waiting_.top();
+        waiting_.pop();
+        lock.unlock();
+        entry.isGood = isAsExpected(entry.job, buffer);
+        lock.lock();
+    }
 }
 
 } // namespace corvane::CodeSignature

@@ -200,8 +200,8 @@ void planResources(VerifiedCode& code, const CodePlan::Place& place, const PlanS
 
 std::vector<FileNote> detritus(const FileURL& file) {
     std::vector<FileNote> notes;
-    for (const char* name : {ExtendedAttributes::finderInfo, ExtendedAttributes::resourceFork}) {
-        if (const auto value = ExtendedAttributes::value(file, name); value && !value->empty()) {
+    for (const std::string& name : ExtendedAttributes::names(file)) {
+        if (name == ExtendedAttributes::finderInfo || name == ExtendedAttributes::resourceFork) {
             notes.push_back({.kind = Note::detritus, .file = file, .attribute = name});
         }
     }
