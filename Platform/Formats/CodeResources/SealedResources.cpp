@@ -105,12 +105,6 @@ const PropertyList::Dictionary& dictionary(const PropertyList::Value& list, cons
 
 } // namespace
 
-bool Seal::agrees(DigestKind digestKind, std::string_view digest) const {
-    const auto sealed = digests.find(digestKind);
-    if (sealed == digests.end() || digest.size() != digestSize(digestKind)) return false;
-    return digest.substr(0, sealed->second.size()) == sealed->second;
-}
-
 SealedResources SealedResources::parse(std::string_view bytes, const std::string& name) {
     const PropertyList::Value list = PropertyList::parse(bytes, name);
     SealedResources result;

@@ -17,16 +17,12 @@ struct Seal {
     Kind kind = Kind::file;
     /// The file need not be there.
     bool isOptional = false;
-    /// Digests of a file, by their kind; at least one. That of SHA-256 may be cut to its first 20 bytes: `agrees`
-    /// knows.
+    /// Digests of a file, by their kind; at least one. That of SHA-256 may be cut to its first 20 bytes.
     std::map<DigestKind, std::string> digests;
     /// The text of a link.
     std::string linkTarget;
     /// What nested code must meet, in the requirement language.
     std::string requirement;
-
-    /// Whether a file's whole digest is the one that is sealed. False for a kind that is not sealed.
-    bool agrees(DigestKind digestKind, std::string_view digest) const;
 };
 
 struct SealedResources {

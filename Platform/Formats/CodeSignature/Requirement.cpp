@@ -1,6 +1,7 @@
 #include "Platform/Formats/CodeSignature/Requirement.hpp"
 
 #include "Platform/Formats/CodeSignature/RequirementExpression.hpp"
+#include "Platform/Trust/AppleMarkers.hpp"
 #include "Support/Text.hpp"
 #include "Support/UTCTime.hpp"
 
@@ -14,8 +15,6 @@ namespace {
 
 using Expression = Requirement::Expression;
 using Operation = RequirementMatch::Operation;
-
-constexpr const char* appleCodeSigningAuthority = "Apple Code Signing Certification Authority";
 
 bool isDigit(char character) { return character >= '0' && character <= '9'; }
 
@@ -181,7 +180,7 @@ class Evaluation {
     bool operator()(const Expression::AppleAnchor&) const {
         const Certificate* authority = certificate(1);
         return owner() == AnchorOwner::apple && authority != nullptr &&
-               authority->commonName() == appleCodeSigningAuthority;
+               authority->commonName() == AppleMarkers::systemAuthorityName;
     }
     bool operator()(const Expression::AppleGenericAnchor&) const { return owner() == AnchorOwner::apple; }
     bool operator()(const Expression::TrustedAnchor&) const { return owner() != AnchorOwner::nobody; }

@@ -37,7 +37,9 @@ void expectAgrees(const FoundResource& found, const Seal& seal, const FileURL& r
         ASSERT_EQ(found.kind, FoundResource::Kind::file) << url;
         const std::string bytes = TestSupport::read(url);
         EXPECT_EQ(found.size, bytes.size());
-        for (const auto& [kind, sealed] : seal.digests) EXPECT_TRUE(seal.agrees(kind, digest(kind, bytes))) << url;
+        for (const auto& [kind, sealed] : seal.digests) {
+            EXPECT_EQ(digest(kind, bytes).substr(0, sealed.size()), sealed) << url;
+        }
     }
 }
 
