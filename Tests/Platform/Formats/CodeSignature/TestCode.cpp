@@ -1,5 +1,6 @@
 #include "Tests/Platform/Formats/CodeSignature/TestCode.hpp"
 
+#include "Platform/Formats/ExtendedAttributes/ExtendedAttributes.hpp"
 #include "Support/FileManager.hpp"
 #include "Tests/TestSupport.hpp"
 
@@ -242,7 +243,7 @@ Dictionary seal(const FileURL& root, const std::string& executable,
         const std::string path = item->path().lexically_relative(root).string();
         const auto code = nested.find(path);
         if (leftOut.contains(path) || code != nested.end()) item.disable_recursion_pending();
-        if (leftOut.contains(path)) continue;
+        if (leftOut.contains(path) || ExtendedAttributes::isCompanion(item->path())) continue;
         if (code != nested.end()) {
             files2[path] = nestedSeal(code->second);
         } else if (item->is_symlink()) {

@@ -377,6 +377,39 @@ TEST(CodeVerification, findsWhatWasSignedOtherwise) {
     }
 }
 
+TEST(CodeVerification, readsTheSignatureOfAScriptFromItsAttributes) {
+    const Sandbox sandbox;
+    const FileURL application = sandbox / "Test.app", script = application / "Contents/MacOS/script";
+    const std::string text = "#!/bin/sh\n";
+    const auto components = signatureComponents(text, fullSignature());
+    BundleShape shape{.signature = fullSignature()};
+    shape.prepare = [&](const FileURL& contents) {
+        FileManager::writeFile(contents / "MacOS/script", text);
+        for (const auto& [slot, bytes] : components) {
+            ExtendedAttributes::set(contents / "MacOS/script", "com.apple.cs." + componentName(slot), bytes);
+        }
+    };
+    shape.editSeal = [&](PropertyList::Dictionary& sealed) {
+        const std::string& directory = components.at(Slot::codeDirectory);
+        const std::string hash = hexadecimal(CodeDirectory::parse(directory).cdhash());
+        auto& files = std::get<PropertyList::Dictionary>(sealed["files2"].content);
+        files["MacOS/script"].content =
+            PropertyList::Dictionary{{"requirement", PropertyList::Value{"cdhash H\"" + hash + "\""}}};
+    };
+    makeApplication(application, shape);
+    EXPECT_EQ(finding(verify(application), application), (Finding{"good"}));
+    EXPECT_EQ(finding(verify(script), script), (Finding{"good"}));
+    FileManager::writeFile(script, text + "rm");
+    EXPECT_EQ(finding(verify(application), application),
+              (Finding{CodeProblem::signatureInvalid, "Contents/MacOS/script"}));
+    const Finding changed{CodeProblem::signatureFailed, "Contents/MacOS/script"};
+    FileManager::writeFile(script, "#!/bin/rm\n");
+    EXPECT_EQ(finding(verify(application), application), changed);
+    FileManager::writeFile(script, text);
+    ExtendedAttributes::remove(script, "com.apple.cs.CodeSignature");
+    EXPECT_EQ(finding(verify(application), application), changed);
+}
+
 TEST(CodeVerification, takesSlicesTogether) {
     const Sandbox sandbox;
     SignatureShape other = fullSignature();
