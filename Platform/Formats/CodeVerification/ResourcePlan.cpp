@@ -107,6 +107,7 @@ class ResourcePlan {
         using Kind = FoundResource::Kind;
         if (found.kind == Kind::unsupported || found.kind == Kind::unreadableFolder) {
             if (isStrict()) refuse(found.kind);
+            if (seal != nullptr) fail(Note::modified, found.path);
             return;
         }
         if (seal == nullptr) return fail(Note::added, found.path);

@@ -252,6 +252,13 @@ TEST(CodeVerification, findsWhatWasChanged) {
          [](const FileURL& application) { ::mkfifo((application / "Contents/Resources/pipe").c_str(), 0600); },
          {Problem::unsupportedResource},
          "good"},
+        {"pipe in a resource's place",
+         [](const FileURL& application) {
+             removal("Contents/Resources/a.txt")(application);
+             ::mkfifo((application / "Contents/Resources/a.txt").c_str(), 0600);
+         },
+         {Problem::unsupportedResource},
+         Problem::resourceFailed},
     };
     const Sandbox sandbox;
     const FileURL original = sandbox / "original.app", application = sandbox / "Test.app";
