@@ -1,7 +1,9 @@
 #include "Platform/Formats/CodeVerification/CodeTickets.hpp"
 
 #include "Platform/Formats/CodeBundle/BundleLayout.hpp"
+#include "Platform/Formats/CodeBundle/FileKind.hpp"
 #include "Platform/Formats/FormatError.hpp"
+#include "Support/FileError.hpp"
 #include "Support/FileManager.hpp"
 
 #include <algorithm>
@@ -36,7 +38,8 @@ CodeTickets CodeTickets::of(const FileURL& path, const TicketStore& store, const
     const auto layout = bundle(path);
     // Signatures without a folder of their own have their sealed resources in that place.
     if (!layout || layout->sealedResourcesURL() == layout->ticketURL()) return tickets;
-    if (!FileManager::fileExists(layout->ticketURL())) return tickets;
+    // Reading a pipe would wait forever.
+    if (!FileKind::leadsToFile(layout->ticketURL())) return tickets;
     tickets.isStapled = true;
     try {
         const std::string bytes = FileManager::readFile(layout->ticketURL(), ticketLimit);
@@ -45,6 +48,8 @@ CodeTickets CodeTickets::of(const FileURL& path, const TicketStore& store, const
         tickets.genuine.push_back(std::move(ticket));
     } catch (const FormatError& error) {
         tickets.problem = std::string("the stapled ticket is not genuine, ") + error.what();
+    } catch (const FileError& error) {
+        tickets.problem = "the stapled ticket cannot be read, " + error.code().message();
     }
     return tickets;
 }

@@ -167,6 +167,12 @@ TEST(CodeVerification, findsWhatWasChanged) {
          {Problem::resourceFailed, "", "", "file modified: Contents/Resources/link;"}},
         {"list of resources", append(sealedResources, " "), {Problem::resourceDirectoryFailed}},
         {"list of resources lost", removal(sealedResources), {Problem::resourcesNotFound}},
+        {"pipe in the list's place",
+         [](const FileURL& application) {
+             removal(sealedResources)(application);
+             ::mkfifo((application / sealedResources).c_str(), 0600);
+         },
+         {Problem::resourcesNotFound}},
         {"framework's resource",
          append(framework / "Versions/A/Resources/Info.plist", " "),
          {Problem::infoPropertyListFailed, framework, "x86_64", ""}},

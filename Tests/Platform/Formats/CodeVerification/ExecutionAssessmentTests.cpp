@@ -5,6 +5,8 @@
 #include "Tests/Platform/Formats/CodeSignature/TestCode.hpp"
 #include "Tests/TestSupport.hpp"
 
+#include <sys/stat.h>
+
 #include <filesystem>
 #include <functional>
 
@@ -47,6 +49,12 @@ TEST(ExecutionAssessment, followsTheRules) {
          "the stapled ticket is for another application; no online lookup was done"},
         {"damaged ticket", developer, Tickets::damaged, ExecutionAssessment::Verdict::rejected,
          "the stapled ticket is not genuine, ticket: the signature does not verify; no online lookup was done"},
+        {"pipe for a ticket", developer, Tickets::none, ExecutionAssessment::Verdict::rejected,
+         "no stapled ticket; no online lookup was done",
+         [](const FileURL& bundle) { ::mkfifo((bundle / "Contents/CodeResources").c_str(), 0600); }},
+        {"huge ticket", developer, Tickets::all, ExecutionAssessment::Verdict::rejected,
+         "the stapled ticket cannot be read, File too large; no online lookup was done",
+         [](const FileURL& bundle) { std::filesystem::resize_file(bundle / "Contents/CodeResources", 2 << 20); }},
         {"ad hoc", {}, Tickets::all, ExecutionAssessment::Verdict::rejected, "signed ad hoc"},
         {"administrator's root", admin, Tickets::all, ExecutionAssessment::Verdict::rejected, "not issued by Apple"},
         {"expired", expired, Tickets::all, ExecutionAssessment::Verdict::rejected,
