@@ -76,7 +76,9 @@ class Description {
         addSigner(trust.settings);
         if (trust.tickets.isStapled && trust.tickets.name(directories_)) line("Notarization Ticket", "stapled");
         addInfoPropertyList();
-        line("TeamIdentifier", directory_.teamIdentifier().value_or("not set"));
+        // Nobody vouches for the team that an ad hoc signature names.
+        const auto team = directory_.isAdhoc() ? std::nullopt : directory_.teamIdentifier();
+        line("TeamIdentifier", team.value_or("not set"));
         if (const auto version = directory_.runtimeVersion()) line("Runtime Version", *version);
         addSealedResources();
         addRequirements();

@@ -84,7 +84,7 @@ TEST_F(CodeVerdict, isToldInTheUsualWords) {
 }
 
 TEST_F(CodeVerdict, describesCode) {
-    makeTool(sandbox / "adhoc", {.architectures = {x86_64}});
+    makeTool(sandbox / "adhoc", {.architectures = {x86_64}}, {.team = "OTHER"});
     const std::string path = "Executable=" + (sandbox / "Test.app/Contents/MacOS/Test").string() + "\n";
     EXPECT_EQ(codesign({"-d", "Test.app"}).errors, path);
     const std::string description = codesign({"-dvv", "Test.app"}).errors;
