@@ -64,10 +64,18 @@ void checkComponent(const CodeDirectories& directories, Slot slot, const std::st
     if (!isGood) throw CodeFailure{.problem = problem};
 }
 
+/// Linkers sign like that. It will do for a tool, whose Info.plist is in its pages; a bundle will miss its resources.
+bool coverPagesOnly(const CodeDirectories& directories) {
+    return std::all_of(directories.all.begin(), directories.all.end(),
+                       [](const CodeDirectory& each) { return each.specialSlotCount() == 0; });
+}
+
 void checkComponents(const CodeDirectories& directories, const Components& components,
                      const std::optional<std::string>& infoPropertyList) {
-    checkComponent(directories, Slot::infoPropertyList, infoPropertyList ? &*infoPropertyList : nullptr,
-                   CodeProblem::infoPropertyListFailed);
+    if (!coverPagesOnly(directories)) {
+        checkComponent(directories, Slot::infoPropertyList, infoPropertyList ? &*infoPropertyList : nullptr,
+                       CodeProblem::infoPropertyListFailed);
+    }
     for (std::uint32_t number = 2; number <= lastSpecialSlot; ++number) {
         const auto slot = static_cast<Slot>(number);
         // The sealed resources are the bundle's affair, once for all slices.

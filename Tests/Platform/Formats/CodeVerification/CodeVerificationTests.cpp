@@ -202,6 +202,7 @@ TEST(CodeVerification, findsWhatWasChanged) {
          {Problem::signatureFailed, "", "x86_64", ""}},
         {"entitlements", flip(executable, "<key>a</key>", 0, 5), {Problem::signatureFailed, "", "x86_64", ""}},
         {"requirements", flip(executable, "\xfa\xde\x0c\x01", 0, 11), {Problem::signatureFailed, "", "x86_64", ""}},
+        {"slices that only a linker signed", tool(executable, {}, adhoc), {Problem::resourcesNotFound}},
         {"unsigned slices", tool(executable, {.isSigned = false}, {}), {Problem::notSigned, "", "x86_64", ""}},
         {"signature cut",
          edit(executable, [](std::string& bytes) { bytes.resize(bytes.size() - 600); }),
