@@ -1,5 +1,6 @@
 #include "Platform/Formats/CodeVerification/CodeDescription.hpp"
 
+#include "Platform/Formats/CodeBundle/FileKind.hpp"
 #include "Platform/Formats/CodeResources/SealedResources.hpp"
 #include "Platform/Formats/CodeSignature/CodeProblem.hpp"
 #include "Platform/Formats/CodeSignature/CodeSigner.hpp"
@@ -137,7 +138,7 @@ class Description {
 
     void addSealedResources() {
         const bool isSealed = object_.bundle && directory_.specialSlot(Slot::resourceDirectory);
-        if (!isSealed || !FileManager::fileExists(object_.bundle->sealedResourcesURL())) {
+        if (!isSealed || !FileKind::leadsToFile(object_.bundle->sealedResourcesURL())) {
             return line("Sealed Resources", "none");
         }
         const std::string bytes = FileManager::readFile(object_.bundle->sealedResourcesURL(), PropertyList::sizeLimit);

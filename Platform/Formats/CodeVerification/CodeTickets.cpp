@@ -1,6 +1,7 @@
 #include "Platform/Formats/CodeVerification/CodeTickets.hpp"
 
 #include "Platform/Formats/CodeBundle/BundleLayout.hpp"
+#include "Platform/Formats/CodeBundle/FileKind.hpp"
 #include "Platform/Formats/FormatError.hpp"
 #include "Support/FileManager.hpp"
 
@@ -36,7 +37,7 @@ CodeTickets CodeTickets::of(const FileURL& path, const TicketStore& store, const
     const auto layout = bundle(path);
     // Signatures without a folder of their own have their sealed resources in that place.
     if (!layout || layout->sealedResourcesURL() == layout->ticketURL()) return tickets;
-    if (!FileManager::fileExists(layout->ticketURL())) return tickets;
+    if (!FileKind::leadsToFile(layout->ticketURL())) return tickets;
     tickets.isStapled = true;
     try {
         const std::string bytes = FileManager::readFile(layout->ticketURL(), ticketLimit);

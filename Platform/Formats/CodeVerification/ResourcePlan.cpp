@@ -1,5 +1,6 @@
 #include "Platform/Formats/CodeVerification/ResourcePlan.hpp"
 
+#include "Platform/Formats/CodeBundle/FileKind.hpp"
 #include "Platform/Formats/CodeResources/ResourceScan.hpp"
 #include "Platform/Formats/CodeSignature/CodeProblem.hpp"
 #include "Platform/Formats/ExtendedAttributes/ExtendedAttributes.hpp"
@@ -37,8 +38,10 @@ std::optional<std::string> readSealedResources(const VerifiedCode& code) {
         throw CodeFailure{.problem = CodeProblem::resourcesNotFound};
     }
     const FileURL file = code.object.bundle->sealedResourcesURL();
-    if (!allHave(hasSlot) || !FileManager::fileExists(file))
+    // Reading a pipe would wait forever.
+    if (!allHave(hasSlot) || !FileKind::leadsToFile(file)) {
         throw CodeFailure{.problem = CodeProblem::resourcesNotFound};
+    }
     std::string bytes = FileManager::readFile(file, PropertyList::sizeLimit);
     if (!allHave([&](const CodeDirectory& each) { return each.matches(Slot::resourceDirectory, bytes); })) {
         throw CodeFailure{.problem = CodeProblem::resourceDirectoryFailed};

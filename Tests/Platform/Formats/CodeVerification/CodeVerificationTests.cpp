@@ -65,6 +65,12 @@ Change link(const FileURL& file, const FileURL& target) {
         std::filesystem::create_symlink(target, application / file);
     };
 }
+Change pipe(const FileURL& file) {
+    return [=](const FileURL& application) {
+        std::filesystem::remove(application / file);
+        ASSERT_EQ(::mkfifo((application / file).c_str(), 0600), 0);
+    };
+}
 Change attribute(const FileURL& file, const char* name, const std::string& value) {
     return [=](const FileURL& application) { ExtendedAttributes::set(application / file, name, value); };
 }
@@ -168,6 +174,7 @@ TEST(CodeVerification, findsWhatWasChanged) {
          {Problem::resourceFailed, "", "", "file modified: Contents/Resources/link;"}},
         {"list of resources", append(sealedResources, " "), {Problem::resourceDirectoryFailed}},
         {"list of resources lost", removal(sealedResources), {Problem::resourcesNotFound}},
+        {"pipe in the place of the list of resources", pipe(sealedResources), {Problem::resourcesNotFound}},
         {"framework's resource",
          append(framework / "Versions/A/Resources/Info.plist", " "),
          {Problem::infoPropertyListFailed, framework, "x86_64", ""}},
@@ -249,10 +256,7 @@ TEST(CodeVerification, findsWhatWasChanged) {
         {"companion that is none",
          write("Contents/Resources/._a.txt", "text"),
          {Problem::resourceFailed, "", "", "file added: Contents/Resources/._a.txt;"}},
-        {"pipe among the resources",
-         [](const FileURL& application) { ::mkfifo((application / "Contents/Resources/pipe").c_str(), 0600); },
-         {Problem::unsupportedResource},
-         "good"},
+        {"pipe among the resources", pipe("Contents/Resources/pipe"), {Problem::unsupportedResource}, "good"},
     };
     const Sandbox sandbox;
     const FileURL original = sandbox / "original.app", application = sandbox / "Test.app";
@@ -447,6 +451,8 @@ TEST(ExecutionAssessment, followsTheRules) {
          "signed by a certificate that has since expired"},
         {"not signed", developer, Tickets::all, ExecutionAssessment::Verdict::rejected, "no usable signature",
          tool(executable, {.isSigned = false}, {})},
+        {"pipe in the place of a ticket", developer, Tickets::none, ExecutionAssessment::Verdict::rejected,
+         "no stapled ticket; no online lookup was done", pipe("Contents/CodeResources")},
         {"open structure", developer, Tickets::all, ExecutionAssessment::Verdict::rejected,
          std::string("obsolete resource envelope: ") + CodeProblem::unsealedRoot, write("b", "")},
         {"changed", developer, Tickets::all, ExecutionAssessment::Verdict::broken, CodeProblem::resourceFailed,
