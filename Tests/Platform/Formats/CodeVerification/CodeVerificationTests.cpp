@@ -395,6 +395,8 @@ TEST(CodeVerification, takesSlicesTogether) {
     mixed.replace(place, 4, bigEndian(foreign.size()));
     std::string swapped = good;
     std::swap_ranges(swapped.begin() + 8, swapped.begin() + 16, swapped.begin() + 28);
+    std::string shared = good;
+    std::copy_n(shared.begin() + 8, 20, shared.begin() + 28);
     const struct {
         const char* name;
         std::string bytes;
@@ -404,6 +406,7 @@ TEST(CodeVerification, takesSlicesTogether) {
         {"one team", good, "good", ""},
         {"of two signers", mixed, CodeProblem::signatureInvalid, "arm64"},
         {"under each other's names", swapped, CodeProblem::signatureInvalid, "arm64"},
+        {"over the same bytes", shared, CodeProblem::signatureInvalid, ""},
     };
     for (const auto& each : cases) {
         FileManager::writeFile(tool, each.bytes);
