@@ -5,6 +5,7 @@
 #include "Support/FileError.hpp"
 #include "Support/FileManager.hpp"
 
+#include <algorithm>
 #include <array>
 #include <string_view>
 #include <utility>
@@ -56,8 +57,12 @@ const std::string* Components::find(Slot slot) const {
 }
 
 Components Components::ofAttributes(const FileURL& file) {
-    return collect([&](const std::string& name) {
-        auto bytes = ExtendedAttributes::value(file, std::string(attributePrefix) + name);
+    // A companion is read anew for each value, however large it is.
+    const std::vector<std::string> present = ExtendedAttributes::names(file);
+    return collect([&](const std::string& name) -> std::optional<std::string> {
+        const std::string attribute = std::string(attributePrefix) + name;
+        if (std::find(present.begin(), present.end(), attribute) == present.end()) return std::nullopt;
+        auto bytes = ExtendedAttributes::value(file, attribute);
         if (bytes && bytes->size() > componentSizeLimit) throw FormatError("code signature: " + name + " is too large");
         return bytes;
     });

@@ -1,6 +1,7 @@
 #include "Platform/Formats/CodeSignature/Requirement.hpp"
 
 #include "Platform/Formats/CodeSignature/RequirementExpression.hpp"
+#include "Platform/Formats/FormatError.hpp"
 #include "Platform/Trust/AppleMarkers.hpp"
 #include "Support/Text.hpp"
 #include "Support/UTCTime.hpp"
@@ -9,12 +10,16 @@
 #include <array>
 #include <cmath>
 #include <compare>
+#include <cstring>
 
 namespace corvane::CodeSignature {
 namespace {
 
 using Expression = Requirement::Expression;
 using Operation = RequirementMatch::Operation;
+
+/// Bytes that the answer to one requirement may look at: each of its conditions may ask about a large value anew.
+constexpr std::uint64_t effortLimit = std::uint64_t{1} << 28;
 
 bool isDigit(char character) { return character >= '0' && character <= '9'; }
 
@@ -53,7 +58,8 @@ bool matches(const RequirementMatch& match, std::string_view text) {
     case Operation::equal:
         return text == match.text;
     case Operation::contains:
-        return text.find(match.text) != std::string_view::npos;
+        // The library's own search takes time by the product of the lengths.
+        return ::memmem(text.data(), text.size(), match.text.data(), match.text.size()) != nullptr;
     case Operation::begins:
         return text.starts_with(match.text);
     case Operation::ends:
@@ -111,9 +117,14 @@ bool matches(const RequirementMatch& match, const std::optional<Value>& value) {
     return value ? matches(match, *value) : match.operation == Operation::absent;
 }
 
-bool matchesKey(const PropertyList::Value* dictionary, const std::string& key, const RequirementMatch& match) {
-    const PropertyList::Value* value = dictionary != nullptr ? dictionary->find(key) : nullptr;
-    return value != nullptr ? matches(match, *value) : match.operation == Operation::absent;
+/// Bytes that a comparison with a value looks at, and one for each value in it.
+std::uint64_t effort(const PropertyList::Value& value) {
+    if (const auto* text = value.get<std::string>()) return 1 + text->size();
+    std::uint64_t sum = 1;
+    if (const auto* values = value.get<PropertyList::Array>()) {
+        for (const PropertyList::Value& each : *values) sum += effort(each);
+    }
+    return sum;
 }
 
 /// The certificates of a chain, root included, of which each has issued the one before: without a trusted root, nobody
@@ -223,6 +234,19 @@ class Evaluation {
     }
 
   private:
+    void spend(std::uint64_t effort) const {
+        effort_ += effort;
+        if (effort_ > effortLimit) throw FormatError("requirement: the answer takes too long");
+    }
+
+    bool matchesKey(const PropertyList::Value* dictionary, const std::string& key,
+                    const RequirementMatch& match) const {
+        const PropertyList::Value* value = dictionary != nullptr ? dictionary->find(key) : nullptr;
+        if (value == nullptr) return match.operation == Operation::absent;
+        spend(effort(*value));
+        return matches(match, *value);
+    }
+
     AnchorOwner owner() const { return subject_.chain != nullptr ? subject_.chain->owner : AnchorOwner::nobody; }
 
     /// Null when the chain does not reach as far. Slots counted from the root need a root.
@@ -230,11 +254,15 @@ class Evaluation {
         const auto count = static_cast<std::int64_t>(links_.certificates.size());
         if (slot < 0 && !links_.endsAtRoot) return nullptr;
         const std::int64_t index = slot < 0 ? count + slot : slot;
-        return index >= 0 && index < count ? links_.certificates[static_cast<std::size_t>(index)] : nullptr;
+        if (index < 0 || index >= count) return nullptr;
+        const Certificate* found = links_.certificates[static_cast<std::size_t>(index)];
+        spend(found->der().size());
+        return found;
     }
 
     const RequirementSubject& subject_;
     Links links_;
+    mutable std::uint64_t effort_ = 0;
 };
 
 struct SubjectField {

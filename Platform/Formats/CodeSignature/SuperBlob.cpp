@@ -55,6 +55,7 @@ Components readSuperBlob(std::string_view bytes) {
     const std::uint32_t count = index.u32BigEndian();
     if (count > blobLimit) index.fail("expected at most 64 blobs, found " + std::to_string(count));
     Components components;
+    std::size_t left = all.bytes.size();
     for (std::uint32_t number = 0; number < count; ++number) {
         const auto slot = static_cast<Slot>(index.u32BigEndian());
         const std::uint32_t offset = index.u32BigEndian();
@@ -63,7 +64,11 @@ Components readSuperBlob(std::string_view bytes) {
         }
         if (!isKnown(slot)) continue;
         if (components.find(slot) != nullptr) index.fail("expected each type once, found one twice");
-        components.add(slot, component(slot, Blob::first(all.bytes.substr(offset), offset)));
+        const Blob blob = Blob::first(all.bytes.substr(offset), offset);
+        // Blobs that share their bytes could make a small signature large.
+        if (blob.bytes.size() > left) index.fail("expected blobs side by side, found some that overlap");
+        left -= blob.bytes.size();
+        components.add(slot, component(slot, blob));
     }
     return components;
 }

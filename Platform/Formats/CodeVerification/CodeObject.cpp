@@ -36,12 +36,22 @@ CodeArchitecture readSlice(int descriptor, const FileURL& file, const MachO::Sli
     return architecture;
 }
 
+/// Slices that share their bytes could make a small file large.
+bool overlap(std::vector<MachO::Slice> slices) {
+    std::ranges::sort(slices, {}, &MachO::Slice::offset);
+    const auto found = std::adjacent_find(slices.begin(), slices.end(), [](const auto& left, const auto& right) {
+        return left.offset + left.size > right.offset;
+    });
+    return found != slices.end();
+}
+
 /// None for a file that is no Mach-O file.
 std::vector<MachO::Slice> readSlices(int descriptor, const FileURL& file, std::uint64_t size) {
     FileRange source(descriptor, file, 0, std::min<std::uint64_t>(size, MachO::headerSize));
     const std::string front = readAll(source, MachO::headerSize, "Mach-O");
     auto slices = MachO::slices(front, size);
     if (slices.empty() && MachO::isMachO(front)) throw FormatError("Mach-O: the header contradicts the file");
+    if (overlap(slices)) throw FormatError("Mach-O: expected slices side by side, found some that overlap");
     return slices;
 }
 

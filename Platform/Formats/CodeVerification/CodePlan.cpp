@@ -12,6 +12,10 @@ namespace {
 /// Nested code is followed as far as this: much deeper than any real application goes.
 constexpr int depthLimit = 64;
 
+/// Most pieces of code in one, each counted as often as it is reached: bundles within each other can seal all that are
+/// within them, which doubles with every level.
+constexpr std::size_t countLimit = 20'000;
+
 /// Bytes of code that one job digests.
 constexpr std::uint64_t jobSize = std::uint64_t{4} << 20;
 
@@ -139,7 +143,8 @@ CodePlan CodePlan::of(const Place& place, const PlanSetting& setting) {
     // Without a deep look nested code is only asked who signed it.
     const bool isComplete = place.depth == 0 || setting.options.isDeep;
     try {
-        if (place.depth > depthLimit) throw CodeFailure{.problem = CodeProblem::notReadable};
+        if (place.depth > depthLimit || ++setting.count > countLimit)
+            throw CodeFailure{.problem = CodeProblem::notReadable};
         plan.code = std::make_unique<VerifiedCode>();
         plan.code->object = CodeObject::open(place.path, place.version);
         planSlices(*plan.code, place, setting, isComplete, *plan.checks);

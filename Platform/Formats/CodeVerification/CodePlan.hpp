@@ -13,6 +13,8 @@ struct PlanSetting {
     const CodeVerification::Options& options;
     const CodeTrust& trust;
     HashWork& work;
+    /// Pieces of code that have been planned.
+    std::size_t& count;
 };
 
 /// A sealed folder: where links may lead to.

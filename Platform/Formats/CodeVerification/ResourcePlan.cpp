@@ -38,7 +38,10 @@ std::optional<std::string> readSealedResources(const VerifiedCode& code) {
         throw CodeFailure{.problem = CodeProblem::resourcesNotFound};
     }
     const FileURL file = code.object.bundle->sealedResourcesURL();
-    if (!allHave(hasSlot) || !FileKind::leadsToFile(file)) throw CodeFailure{.problem = CodeProblem::resourcesNotFound};
+    // Reading a pipe would wait forever.
+    if (!allHave(hasSlot) || !FileKind::leadsToFile(file)) {
+        throw CodeFailure{.problem = CodeProblem::resourcesNotFound};
+    }
     std::string bytes = FileManager::readFile(file, PropertyList::sizeLimit);
     if (!allHave([&](const CodeDirectory& each) { return each.matches(Slot::resourceDirectory, bytes); })) {
         throw CodeFailure{.problem = CodeProblem::resourceDirectoryFailed};
@@ -111,7 +114,7 @@ class ResourcePlan {
             return;
         }
         if (seal == nullptr) return fail(Note::added, found.path);
-        if (seal->kind == Seal::Kind::nestedCode && found.kind != Kind::link) return planNested(found.path, *seal);
+        if (seal->kind == Seal::Kind::nestedCode && found.kind != Kind::link) return planNested(found, *seal);
         if (seal->kind == Seal::Kind::link && found.kind == Kind::link) return planLink(found.path, seal->linkTarget);
         if (seal->kind == Seal::Kind::file && found.kind == Kind::file) return planFile(found, *seal);
         fail(Note::modified, found.path);
@@ -150,15 +153,16 @@ class ResourcePlan {
         return !error && scope_.covers(resolved);
     }
 
-    void planNested(const std::string& path, const Seal& seal) {
+    void planNested(const FoundResource& found, const Seal& seal) {
         const Requirement requirement = parseRequirement(seal.requirement);
-        const FileURL url = root() / path;
+        const FileURL url = root() / found.path;
         CodePlan plan = planCode(url, "", requirement);
         const auto otherVersions = plan.code && plan.code->object.bundle ? plan.code->object.bundle->otherVersions()
                                                                          : std::vector<std::string>();
         adopt(plan);
         checks_.addNested(url, std::move(plan.checks));
-        if (!isStrict()) return;
+        // A file stands for its own version only, which would otherwise be verified once for every other.
+        if (!isStrict() || found.kind != FoundResource::Kind::nestedFolder) return;
         for (const std::string& version : otherVersions) {
             CodePlan other = planCode(url, version, requirement);
             adopt(other);

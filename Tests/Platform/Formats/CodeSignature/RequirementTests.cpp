@@ -310,6 +310,20 @@ TEST(Requirement, knowsWhatItDoesNotKnow) {
     for (const auto& each : broken) EXPECT_THROW(Requirement::parseBlob(each.blob), FormatError) << each.name;
 }
 
+/// Many conditions on one large value could otherwise take hours.
+TEST(Requirement, givesUpWhereTheAnswerTakesTooLong) {
+    const std::string large(std::size_t{1} << 24, 'a');
+    const PropertyList::Value text{PropertyList::Dictionary{{"a", {large}}}};
+    const PropertyList::Value texts{PropertyList::Dictionary{{"a", {PropertyList::Array{{large}, {large}}}}}};
+    std::string conditions = "info[a] = b";
+    for (int more = 1; more < 10; ++more) conditions += " or info[a] = b";
+    EXPECT_FALSE(
+        Requirement::parseText(conditions).isMet({.identifier = {}, .cdhashes = {}, .infoPropertyList = &text}));
+    EXPECT_THROW(
+        Requirement::parseText(conditions).isMet({.identifier = {}, .cdhashes = {}, .infoPropertyList = &texts}),
+        FormatError);
+}
+
 std::string set(const std::vector<std::pair<std::uint32_t, std::string>>& members) {
     std::string table;
     std::string content;

@@ -56,6 +56,7 @@ TEST(SuperBlob, isRefusedWhenItContradictsItself) {
         {"blob that passes the end", blobs({{0, 20}}, bigEndian(0xFADE0C02) + bigEndian(9))},
         {"blob shorter than its header", blobs({{0, 20}}, bigEndian(0xFADE0C02) + bigEndian(4))},
         {"same type twice", blobs({{0, 28}, {0, 28}}, part)},
+        {"blobs that share bytes", blobs({{0, 36}, {2, 36}, {5, 36}}, blob(0xFADE0C02, std::string(90, 'x')))},
         {"message without a wrapper", blobs({{0x10000, 20}}, part)},
     };
     for (const auto& each : cases) EXPECT_THROW(readSuperBlob(each.bytes), FormatError) << each.name;

@@ -64,6 +64,12 @@ Change link(const FileURL& file, const FileURL& target) {
         std::filesystem::create_symlink(target, application / file);
     };
 }
+Change pipe(const FileURL& file) {
+    return [=](const FileURL& application) {
+        std::filesystem::remove(application / file);
+        ASSERT_EQ(::mkfifo((application / file).c_str(), 0600), 0);
+    };
+}
 Change attribute(const FileURL& file, const char* name, const std::string& value) {
     return [=](const FileURL& application) { ExtendedAttributes::set(application / file, name, value); };
 }
@@ -167,12 +173,7 @@ TEST(CodeVerification, findsWhatWasChanged) {
          {Problem::resourceFailed, "", "", "file modified: Contents/Resources/link;"}},
         {"list of resources", append(sealedResources, " "), {Problem::resourceDirectoryFailed}},
         {"list of resources lost", removal(sealedResources), {Problem::resourcesNotFound}},
-        {"pipe in the list's place",
-         [](const FileURL& application) {
-             removal(sealedResources)(application);
-             ::mkfifo((application / sealedResources).c_str(), 0600);
-         },
-         {Problem::resourcesNotFound}},
+        {"pipe in the place of the list of resources", pipe(sealedResources), {Problem::resourcesNotFound}},
         {"framework's resource",
          append(framework / "Versions/A/Resources/Info.plist", " "),
          {Problem::infoPropertyListFailed, framework, "x86_64", ""}},
@@ -255,15 +256,9 @@ TEST(CodeVerification, findsWhatWasChanged) {
         {"companion that is none",
          write("Contents/Resources/._a.txt", "text"),
          {Problem::resourceFailed, "", "", "file added: Contents/Resources/._a.txt;"}},
-        {"pipe among the resources",
-         [](const FileURL& application) { ::mkfifo((application / "Contents/Resources/pipe").c_str(), 0600); },
-         {Problem::unsupportedResource},
-         "good"},
+        {"pipe among the resources", pipe("Contents/Resources/pipe"), {Problem::unsupportedResource}, "good"},
         {"pipe in a resource's place",
-         [](const FileURL& application) {
-             removal("Contents/Resources/a.txt")(application);
-             ::mkfifo((application / "Contents/Resources/a.txt").c_str(), 0600);
-         },
+         pipe("Contents/Resources/a.txt"),
          {Problem::unsupportedResource},
          Problem::resourceFailed},
     };
@@ -437,6 +432,8 @@ TEST(CodeVerification, takesSlicesTogether) {
     mixed.replace(place, 4, bigEndian(foreign.size()));
     std::string swapped = good;
     std::swap_ranges(swapped.begin() + 8, swapped.begin() + 16, swapped.begin() + 28);
+    std::string shared = good;
+    std::copy_n(shared.begin() + 8, 20, shared.begin() + 28);
     const struct {
         const char* name;
         std::string bytes;
@@ -446,6 +443,7 @@ TEST(CodeVerification, takesSlicesTogether) {
         {"one team", good, "good", ""},
         {"of two signers", mixed, CodeProblem::signatureInvalid, "arm64"},
         {"under each other's names", swapped, CodeProblem::signatureInvalid, "arm64"},
+        {"over the same bytes", shared, CodeProblem::signatureInvalid, ""},
     };
     for (const auto& each : cases) {
         FileManager::writeFile(tool, each.bytes);
