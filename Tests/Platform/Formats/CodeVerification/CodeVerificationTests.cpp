@@ -426,7 +426,7 @@ TEST(CodeVerification, takesSlicesTogether) {
     const std::string good = machO({}, fullSignature()).bytes;
     std::string mixed = machO({.architectures = {x86_64, arm64}}, fullSignature()).bytes;
     const auto slices = MachO::slices(mixed.substr(0, MachO::headerSize), mixed.size());
-    const std::string foreign = machO({.architectures = {arm64}}, {}).bytes;
+    const std::string foreign = machO({.architectures = {arm64}}, {.team = fullSignature().team}).bytes;
     mixed.replace(slices[1].offset, std::string::npos, foreign);
     const auto place = mixed.find(bigEndian(slices[1].size), 28);
     mixed.replace(place, 4, bigEndian(foreign.size()));
