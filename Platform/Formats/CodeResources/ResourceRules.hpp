@@ -30,7 +30,7 @@ class ResourceRules {
     /// have 13 rules of at most a hundred bytes.
     static constexpr std::size_t ruleLimit = 128;
     static constexpr std::size_t patternLimit = 1024;
-    static constexpr std::size_t stepLimit = 4096;
+    static constexpr std::size_t stepLimit = 2048;
 
     /// @param rules the dictionary of a CodeResources file; @param name for errors
     /// @throws FormatError for a pattern or value that is none, and beyond the limits. Also for patterns that readers

@@ -119,6 +119,7 @@ class Scan {
     }
 
     void add(std::string path, const Entry& entry, std::size_t depth) {
+        if (path.size() > pathLimit) throw FormatError((root_ / path).string() + ": the path is too long");
         const Treatment treatment = rules_.treatment(path);
         const mode_t mode = entry.status.st_mode;
         if (treatment.isExcluded || (S_ISLNK(mode) && !rules_.sealLinks())) return;

@@ -87,6 +87,13 @@ TEST(ResourceScan, refusesRootsAndDepths) {
     EXPECT_EQ(scanned(root.url()), "file file 0\n");
     fs::create_directory(deep / "d");
     EXPECT_THROW(scanned(root.url()), FormatError);
+    const Sandbox other;
+    FileURL wide = other.url();
+    for (std::size_t size = 0; size < pathLimit; size += 128) wide /= std::string(127, 'w');
+    fs::create_directories(wide);
+    EXPECT_EQ(scanned(other.url()), "");
+    fs::create_directory(wide / "w");
+    EXPECT_THROW(scanned(other.url()), FormatError);
 }
 
 TEST(ResourceScan, closedFolders) {
