@@ -1,6 +1,7 @@
 #include "Platform/Formats/CodeSignature/CodeProblem.hpp"
 #include "Platform/Formats/CodeVerification/CodeDescription.hpp"
 #include "Platform/Formats/CodeVerification/CodeVerification.hpp"
+#include "Platform/Formats/FormatError.hpp"
 #include "Platform/Tools/Tool.hpp"
 #include "Support/FileError.hpp"
 #include "Support/Text.hpp"
@@ -32,9 +33,11 @@ struct Call {
 [[noreturn]] void refuseCall() { throw UsageError(usage, usageStatus); }
 
 /// A requirement as an argument gives it: its text behind an equals sign.
-Requirement requirement(std::string_view argument) {
+Requirement requirement(std::string_view argument) try {
     if (argument.empty() || argument.front() != '=') refuseCall();
     return Requirement::parseText(argument.substr(1));
+} catch (const FormatError& error) {
+    throw UsageError(std::string("codesign: ") + error.what(), usageStatus);
 }
 
 /// One-letter options, several behind one dash. Of a call without another operation the first "v" is that: verify.

@@ -7,6 +7,7 @@
 #include "Support/FileManager.hpp"
 
 #include <algorithm>
+#include <stdexcept>
 
 namespace corvane::CodeSignature {
 namespace {
@@ -34,7 +35,12 @@ bool CodeTickets::name(const CodeDirectories& directories) const {
 
 CodeTickets CodeTickets::of(const FileURL& path, const TicketStore& store, const std::vector<TrustAnchor>& appleRoots) {
     CodeTickets tickets;
-    tickets.genuine = store.tickets(appleRoots);
+    try {
+        tickets.genuine = store.tickets(appleRoots);
+    } catch (const std::runtime_error& error) {
+        // Good code stays good; what a ticket would have spoken for is rejected for this reason.
+        tickets.problem = error.what();
+    }
     const auto layout = bundle(path);
     // Signatures without a folder of their own have their sealed resources in that place.
     if (!layout || layout->sealedResourcesURL() == layout->ticketURL()) return tickets;

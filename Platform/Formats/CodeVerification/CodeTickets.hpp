@@ -15,14 +15,13 @@ struct CodeTickets {
     std::vector<NotarizationTicket> genuine;
     /// A ticket is stapled to the code, genuine or not.
     bool isStapled = false;
-    /// Why the stapled one does not count; empty otherwise.
+    /// Why the stapled one, or what the system has met, does not count; empty otherwise.
     std::string problem;
 
     /// Whether a genuine one names the code: its directory with SHA-256, or else the one that it has.
     bool name(const CodeDirectories& directories) const;
 
     /// @param path of a bundle, its main executable, or any other code
-    /// @throws FileError
     static CodeTickets of(const FileURL& path, const TicketStore& store, const std::vector<TrustAnchor>& appleRoots);
 };
 

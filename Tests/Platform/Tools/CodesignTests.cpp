@@ -58,6 +58,9 @@ TEST_F(CodeVerdict, isToldInTheUsualWords) {
          "file added: Changed.app/Contents/b\xEF\xBF\xBD"
          "b\ntext: code object is not signed at all\n"},
         {{"--verify", "unsigned"}, 1, "unsigned: code object is not signed at all\nIn architecture: x86_64\n"},
+        {{"--verify", "-R=and", "Test.app"},
+         2,
+         "codesign: requirement: offset 0: expected a condition, found \"and\"\n"},
         {{"--verify", "folder"}, 1, "folder: bundle format unrecognized, invalid, or unsuitable\n"},
         {{"--verify", "none.app"}, 1, "none.app: No such file or directory\n"},
         {{"-d", "unsigned"}, 1, "unsigned: code object is not signed at all\n"},
