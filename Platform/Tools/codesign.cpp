@@ -4,6 +4,7 @@
 #include "Platform/Formats/FormatError.hpp"
 #include "Platform/Tools/Tool.hpp"
 #include "Support/FileError.hpp"
+#include "Support/FileManager.hpp"
 #include "Support/Text.hpp"
 
 #include <algorithm>
@@ -142,7 +143,8 @@ int handle(const Call& call, const std::string& path) {
     } catch (const CodeFailure& failure) {
         tell(path, failure);
     } catch (const FileError& error) {
-        say(path, error.code() == std::errc::no_such_file_or_directory ? error.code().message() : error.what());
+        // What is missing may also be something else, which the whole text names.
+        say(path, FileManager::fileExists(path) ? error.what() : error.code().message());
     } catch (const std::exception& error) {
         say(path, error.what());
     }

@@ -3,6 +3,7 @@
 #include "Platform/Tools/Tool.hpp"
 #include "Platform/Trust/Keychain.hpp"
 #include "Support/FileError.hpp"
+#include "Support/FileManager.hpp"
 #include "Support/FileURL.hpp"
 #include "Support/Text.hpp"
 
@@ -119,8 +120,8 @@ int spctl(const Arguments& arguments) {
     try {
         return call.subject == Subject::installation ? assessInstallation(call) : assessExecution(call);
     } catch (const FileError& error) {
-        const bool isMissing = error.code() == std::errc::no_such_file_or_directory;
-        return fail(call, isMissing ? error.code().message() : error.what());
+        // What is missing may also be something else, which the whole text names.
+        return fail(call, FileManager::fileExists(call.path) ? error.what() : error.code().message());
     } catch (const std::exception& error) {
         return fail(call, error.what());
     }
