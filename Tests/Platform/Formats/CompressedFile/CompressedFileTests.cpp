@@ -2,26 +2,15 @@
 #include "Platform/Formats/FormatError.hpp"
 #include "Support/FileManager.hpp"
 #include "Tests/Platform/Formats/CompressedFile/TestCompression.hpp"
+#include "Tests/Platform/Formats/MemoryAccess.hpp"
 #include "Tests/TestSupport.hpp"
 
 namespace corvane::CompressedFile {
 namespace {
 
+using TestSupport::MemoryAccess;
 using TestSupport::testCompression;
 using TestSupport::TestCompression;
-
-class MemoryAccess : public RandomAccess {
-  public:
-    explicit MemoryAccess(std::string bytes) : bytes_(std::move(bytes)) {}
-    std::uint64_t size() const override { return bytes_.size(); }
-    void read(std::uint64_t offset, std::span<char> buffer) const override {
-        if (offset > bytes_.size() || buffer.size() > bytes_.size() - offset) throw FormatError("beyond the end");
-        bytes_.copy(buffer.data(), buffer.size(), offset);
-    }
-
-  private:
-    std::string bytes_;
-};
 
 std::string plain(const TestCompression& file) {
     std::unique_ptr<RandomAccess> fork;

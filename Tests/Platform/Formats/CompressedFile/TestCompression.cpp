@@ -11,6 +11,11 @@ namespace {
 
 constexpr std::size_t pieceSize = 65536;
 
+/// Says that there is one resource, of type cmpf and number 1.
+constexpr std::string_view resourceMap("\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\x1C\0\x32\0\0cmpf\0\0\0\x0A"
+                                       "\0\1\xFF\xFF\0\0\0\0\0\0\0\0",
+                                       50);
+
 std::string littleEndian(std::uint64_t value, std::size_t width) {
     std::string bytes;
     appendBigEndian(bytes, value, width);
@@ -36,11 +41,14 @@ std::string resource(const std::vector<std::string>& pieces) {
         table += littleEndian(4 + 8 * pieces.size() + data.size(), 4) + littleEndian(each.size(), 4);
         data += each;
     }
+    const std::size_t size = 4 + table.size() + data.size();
     std::string fork;
-    appendBigEndian(fork, 256, 4);
+    for (const std::size_t field : {std::size_t{256}, 256 + size, size, resourceMap.size()}) {
+        appendBigEndian(fork, field, 4);
+    }
     fork.resize(256);
     appendBigEndian(fork, table.size() + data.size(), 4);
-    return fork + table + data;
+    return fork + table + data + std::string(resourceMap);
 }
 
 std::string offsets(const std::vector<std::string>& pieces) {
