@@ -1,0 +1,54 @@
+#pragma once
+
+#include "Platform/Formats/HfsPlus/Fork.hpp"
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace corvane::HfsPlus {
+
+/// All bytes, as the value of an attribute. @throws FormatError for more than `volumeAttributeLimit`
+std::string readAttribute(const RandomAccess& bytes);
+
+/// The named attributes of all items. Their values stay on the disk. For many threads, once it is made.
+class Attributes {
+  public:
+    /// @param forks must outlive this
+    /// @throws FormatError
+    Attributes(const ForkTable& forks, const VolumeHeader& header);
+
+    bool has(std::uint32_t item, const std::string& name) const;
+    /// @throws FormatError for a value beyond `volumeAttributeLimit`
+    std::optional<std::string> value(std::uint32_t item, const std::string& name) const;
+    /// @throws FormatError likewise
+    std::map<std::string, std::string> values(std::uint32_t item) const;
+    /// What the values take on the disk outside the attributes' own file.
+    void appendExtents(std::vector<Extent>& extents) const;
+
+  private:
+    struct Place {
+        std::uint64_t size = 0;
+        /// In the attributes' file, of a value that has no fork.
+        std::uint64_t offset = 0;
+        bool hasFork = false;
+        std::uint32_t blocks = 0;
+        std::uint64_t foundBlocks = 0;
+        std::vector<Extent> extents;
+    };
+
+    void addRecord(ByteCursor& key, ByteCursor& value);
+    Place readPlace(ByteCursor& value, std::uint32_t type) const;
+    void requireWhole() const;
+    std::string read(const Place& place) const;
+
+    const ForkTable& forks_;
+    std::unique_ptr<RandomAccess> file_;
+    std::map<std::pair<std::uint32_t, std::string>, Place> places_;
+};
+
+} // namespace corvane::HfsPlus
