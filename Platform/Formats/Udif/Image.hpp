@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 /// Disk images of the kind that vendors hand out (.dmg): a trailer, a property list with tables of compressed chunks,
@@ -17,8 +18,15 @@ namespace corvane::Udif {
 /// grow with the image. Threads may read side by side and decode chunks of their own.
 class Image : public RandomAccess {
   public:
-    /// @throws FileError; FormatError for damaged tables and for images of a kind that is not supported, by its name
+    /// @throws FileError; FormatError for damaged tables and for images of a kind that is not supported, by its name;
+    /// EncryptedImage when a password is needed
     static std::unique_ptr<Image> open(const FileURL& file);
+    /// @param password of an encrypted image; not looked at for any other
+    /// @throws WrongPassword, and as above
+    static std::unique_ptr<Image> open(const FileURL& file, std::string_view password);
+    /// The image that other bytes hold. @throws as above
+    static std::unique_ptr<Image> open(std::unique_ptr<RandomAccess> file,
+                                       std::optional<std::string_view> password = std::nullopt);
 
     /// Reads everything and compares the checksums of all tables and of the whole, on all cores; what has no checksum
     /// is passed over. @throws FormatError naming the table
@@ -31,6 +39,7 @@ class Image : public RandomAccess {
     virtual std::optional<std::string> codeSignature() const = 0;
     /// "UDIF read-only compressed (zlib)", "read/write": as `hdiutil info` names the kind.
     virtual std::string kind() const = 0;
+    virtual bool isEncrypted() const = 0;
 };
 
 } // namespace corvane::Udif

@@ -36,7 +36,7 @@ TEST(Lzvn, followsEveryOperation) {
         {"fillers, long literals", "\x0e\x16" + someLetters, letters},
         {"a long match at the same distance", "\xe1z\x08\x01\xf0\xff"s, std::string(1 + 4 + 16 + 255, 'z')},
         {"a short match at the same distance", "\xe2xy\x00\x02\xf3"s, "xyxyxyxy"},
-        {"a literal and the same distance", "\xe2xy\x00\x02\x46q"s, "xyxyxqyxq"},
+        {"a literal and the same distance", "\xe2xy\x00\x02\x46q"s, "xyxyxqxqx"},
         {"a medium distance of 18, a length of 2 x 4 + 1 + 3", someLetters + "\xaa\x49\x00Z"s,
          letters + "Zdefghijklmno"},
         {"a large distance", someLetters + "\x8f\x14\x00YZ"s, letters + "YZcdef"},
