@@ -4,6 +4,8 @@
 #include "Platform/Formats/FormatError.hpp"
 #include "Platform/Formats/Volume/Volume.hpp"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <array>
 #include <tuple>
@@ -12,6 +14,8 @@ namespace corvane::HfsPlus {
 namespace {
 
 constexpr std::uint32_t rootParent = 1;
+/// In bytes, of all paths and texts of links: links to folders multiply what a small catalog has.
+constexpr std::uint64_t textLimit = std::uint64_t{1} << 30;
 
 /// Where files with several names are kept, and folders.
 const std::string privateFiles = std::string(4, '\0') + "HFS+ Private Data";
@@ -111,6 +115,7 @@ std::vector<Hierarchy::Place> Hierarchy::places(bool isJournaled) const {
     const Item& root = item(Numbers::root);
     std::vector<Place> result{{".", &root}};
     std::vector<Level> levels{level(root, "")};
+    std::uint64_t text = 0;
     while (!levels.empty()) {
         Level& current = levels.back();
         if (current.next == current.end) {
@@ -123,6 +128,8 @@ std::vector<Hierarchy::Place> Hierarchy::places(bool isJournaled) const {
         if (result.size() == volumeEntryLimit) fail("found more than " + std::to_string(result.size()) + " entries");
         const std::string path = current.path + named.name;
         EntryName::checkPath(path, "hfsplus catalog");
+        text += path.size() + (S_ISLNK(item.mode) ? std::min<std::uint64_t>(item.data.size, EntryName::pathLimit) : 0);
+        if (text > textLimit) fail("expected paths of at most " + std::to_string(textLimit) + " bytes in all");
         result.push_back({path, &item});
         if (!item.isFolder) continue;
         const bool isOpen =
