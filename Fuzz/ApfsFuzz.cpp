@@ -47,6 +47,8 @@ std::string diskOf(std::string_view input) {
 
 void seal(std::string& disk) {
     for (std::size_t block = 0; block < diskSize; block += blockSize) {
+        const bool hasType = disk[block + 24] != 0;
+        if (!hasType) continue;
         std::uint64_t sum = Apfs::checksum(std::string_view(disk).substr(block, blockSize));
         for (std::size_t index = 0; index < 8; ++index, sum >>= 8) disk[block + index] = static_cast<char>(sum);
     }

@@ -115,8 +115,7 @@ bool follows(const std::vector<Extent>& extents, const Extent& next) {
 
 template <class Item>
 std::span<const Item> rangeOf(const std::vector<Item>& items, std::uint64_t Item::*key, std::uint64_t wanted) {
-    const auto range = std::ranges::equal_range(items, wanted, {}, key);
-    return {range.begin(), range.end()};
+    return {std::ranges::lower_bound(items, wanted, {}, key), std::ranges::upper_bound(items, wanted, {}, key)};
 }
 
 /// By what no two entries share.

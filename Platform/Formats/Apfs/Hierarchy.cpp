@@ -5,7 +5,7 @@
 
 #include <sys/stat.h>
 
-#include <ranges>
+#include <cstddef>
 #include <unordered_set>
 
 namespace corvane::Apfs {
@@ -57,7 +57,8 @@ class HierarchyWalk {
     void pushChildren(std::vector<Pending>& pending, const Pending& folder) {
         const auto entries = tree_.entriesOf(folder.inode->number);
         reached_ += entries.size();
-        for (const DirectoryEntry& entry : std::views::reverse(entries)) {
+        for (std::size_t left = entries.size(); left > 0; --left) {
+            const DirectoryEntry& entry = entries[left - 1];
             std::string path = folder.path == "." ? entry.name : folder.path + "/" + entry.name;
             EntryName::checkPath(path, formatName);
             const Inode* inode = tree_.inode(entry.inode);
