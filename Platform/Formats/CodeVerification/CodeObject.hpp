@@ -19,6 +19,7 @@ struct CodeArchitecture {
     /// Where the code lies in its file; for a file of another kind the whole of it.
     MachO::Slice slice;
     MachO::Image image;
+    /// Of code that has been verified, none: what they say is in its `SignedSlice`.
     Components components;
 
     bool isMachO() const { return !name.empty(); }

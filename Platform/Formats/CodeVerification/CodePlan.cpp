@@ -88,9 +88,11 @@ void checkTeams(const std::vector<SignedSlice>& slices) {
 void planSlices(VerifiedCode& code, const CodePlan::Place& place, const PlanSetting& setting, bool withPages,
                 Checks& checks) {
     code.slices.reserve(code.object.architectures.size());
-    for (const CodeArchitecture& architecture : code.object.architectures) {
+    for (CodeArchitecture& architecture : code.object.architectures) {
         const SignedSlice& slice =
             code.slices.emplace_back(SignedSlice::verify(code.object, architecture, setting.trust));
+        // The signatures of much nested code would add up.
+        architecture.components = {};
         if (withPages) PagePlan(code.object, architecture, slice.directories, setting.work, checks).make();
         if (place.requirement != nullptr && !slice.meets(*place.requirement)) {
             throw CodeFailure{.problem = CodeProblem::requirementFailed, .architecture = architecture.name};
