@@ -37,6 +37,7 @@ class Requirement {
     /// @throws FormatError saying where the text breaks off
     static Requirement parseText(std::string_view text);
 
+    /// @throws FormatError when the answer would take too long
     bool isMet(const RequirementSubject& subject) const;
 
     struct Expression;
