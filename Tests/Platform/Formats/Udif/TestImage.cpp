@@ -106,7 +106,7 @@ class ImageWriter {
         const std::uint64_t signatureAt = listAt + list.size();
         const bool isSigned = !options_.codeSignature.empty();
         std::string trailer = "koly" + big(4, 4) + big(512, 4) + big(1, 4) + big(0, 8) + big(0, 8) +
-                              big(data_.size(), 8) + big(0, 16) + big(1, 4) + big(1, 4) + padded("", 16) +
+                              big(data_.size(), 8) + padded("", 16) + big(1, 4) + big(1, 4) + padded("", 16) +
                               checksum(crc(data_) + options_.dataError) + big(listAt, 8) + big(list.size(), 8);
         trailer = padded(trailer, 296) + big(isSigned ? signatureAt : 0, 8) + big(options_.codeSignature.size(), 8);
         trailer = padded(trailer, 352) + checksum(crc(tableChecksums_) + options_.masterError) + big(1, 4);
