@@ -61,7 +61,7 @@ struct Value {
 
 /// Largest list that is read, in bytes.
 constexpr std::size_t sizeLimit = std::size_t{64} << 20;
-/// Most levels of arrays and dictionaries.
+/// Most levels of arrays and dictionaries. A list in XML ends sooner, at the limit of the XML reader.
 constexpr std::size_t depthLimit = 512;
 
 /// @param name how errors call the list, for example its path

@@ -151,8 +151,9 @@ CodePlan CodePlan::of(const Place& place, const PlanSetting& setting) {
     try {
         if (place.depth > depthLimit || ++setting.count > countLimit)
             throw CodeFailure{.problem = CodeProblem::notReadable};
+        CodeObject object = CodeObject::open(place.path, place.version);
         plan.code = std::make_unique<VerifiedCode>();
-        plan.code->object = CodeObject::open(place.path, place.version);
+        plan.code->object = std::move(object);
         planSlices(*plan.code, place, setting, isComplete, *plan.checks);
         if (isComplete) {
             planResources(*plan.code, place, setting, *plan.checks);

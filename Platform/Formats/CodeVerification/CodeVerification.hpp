@@ -41,7 +41,7 @@ struct VerifiedCode {
     /// One for each architecture of the object.
     std::vector<SignedSlice> slices;
     std::optional<CodeResources::SealedResources> sealedResources;
-    /// Only after a deep look.
+    /// What is sealed as such; without a deep look only who signed it was looked at.
     std::vector<std::unique_ptr<VerifiedCode>> nested;
 };
 
@@ -61,10 +61,10 @@ struct CodeVerification {
     /// As far as it was looked at; null when the code could not be opened as such.
     std::unique_ptr<VerifiedCode> code;
 
-    /// Verifies all architectures. What is signed is looked at first and all digests are computed then, side by side;
-    /// of several failures the one is told that comes first in the order of a Mac's checks: signatures, resources and
+    /// Verifies all architectures. Digests are computed side by side, while the rest is still being looked at; of
+    /// several failures the one is told that comes first in the order of a Mac's checks: signatures, resources and
     /// nested code in the order of their paths, structure.
-    /// @throws FileError when there is nothing at the path, or it cannot be read
+    /// @throws FileError when there is nothing at the path, or it cannot be read; FormatError beyond a limit
     static CodeVerification of(const FileURL& path, const Options& options, const CodeTrust& trust);
 };
 
