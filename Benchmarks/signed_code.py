@@ -93,7 +93,7 @@ def make_application(application, megabytes):
     for root, information, name in ((version, os.path.join(version, "Resources/Info.plist"), "Inner"),
                                     (contents, os.path.join(contents, "Info.plist"), "Outer")):
         write(information, plistlib.dumps({"CFBundleIdentifier": f"com.example.{name}", "CFBundleExecutable": name,
-                                           "CFBundlePackageType": "APPL" if name == "Outer" else "FMWK"}))
+                                           "CFBundleShortVersionString": "1.0", "CFBundlePackageType": "APPL" if name == "Outer" else "FMWK"}))
     size = megabytes * (1 << 20) // 5
     cdhash = sign(version, os.path.join(version, "Resources/Info.plist"), "Inner", size, "com.example.Inner", {},
                   randomness)

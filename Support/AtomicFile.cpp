@@ -1,5 +1,6 @@
 #include "Support/AtomicFile.hpp"
 
+#include "Support/ContentCopy.hpp"
 #include "Support/FileError.hpp"
 #include "Support/UUID.hpp"
 #include "Support/WriteAll.hpp"
@@ -8,24 +9,12 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <vector>
 
 namespace corvane {
 namespace {
 
 FileURL temporaryName(const FileURL& destination) {
     return deletingLastPathComponent(destination) / (".corvane-" + makeUUID() + ".partial");
-}
-
-/// Lets the kernel move the bytes, by sharing blocks where the file system can. It moves as much as it is able to and
-/// advances both positions.
-void copyWithinKernel([[maybe_unused]] int input, [[maybe_unused]] int output) {
-#ifdef __linux__
-    ssize_t count = 0;
-    do {
-        count = ::copy_file_range(input, nullptr, output, nullptr, std::size_t{1} << 30, 0);
-    } while (count > 0 || (count < 0 && errno == EINTR));
-#endif
 }
 
 } // namespace
@@ -46,15 +35,7 @@ void AtomicFile::write(std::string_view bytes) {
 }
 
 void AtomicFile::copyContent(int input, const FileURL& inputName) {
-    copyWithinKernel(input, descriptor_.get());
-    std::vector<char> buffer(std::size_t{1} << 18);
-    for (;;) {
-        const ssize_t count = ::read(input, buffer.data(), buffer.size());
-        if (count == 0) return;
-        if (count < 0 && errno == EINTR) continue;
-        if (count < 0) throw FileError("Cannot read", inputName, lastSystemError());
-        write({buffer.data(), static_cast<std::size_t>(count)});
-    }
+    corvane::copyContent(input, inputName, descriptor_.get(), destination_);
 }
 
 void AtomicFile::setMode(mode_t mode) {
@@ -75,9 +56,7 @@ void AtomicFile::setModificationTime(const struct stat& like) {
 
 void AtomicFile::commit() {
     // Some file systems report a full disk only when the file is closed.
-    const int descriptor = ::dup(descriptor_.get());
-    descriptor_.reset();
-    if (descriptor < 0 || ::close(descriptor) != 0) throw FileError("Cannot write", destination_, lastSystemError());
+    if (::close(descriptor_.release()) != 0) throw FileError("Cannot write", destination_, lastSystemError());
     if (std::rename(temporary_.c_str(), destination_.c_str()) != 0) {
         throw FileError("Cannot place", destination_, lastSystemError());
     }

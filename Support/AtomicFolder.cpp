@@ -11,13 +11,6 @@
 namespace corvane {
 namespace {
 
-void requireAbsent(const FileURL& url) {
-    struct stat status {};
-    if (::lstat(url.c_str(), &status) == 0) {
-        throw FileError("Cannot create the folder", url, std::make_error_code(std::errc::file_exists));
-    }
-}
-
 /// A trailing slash would make the link or file before it invisible.
 FileURL withoutTrailingSlash(const FileURL& url) {
     return url.has_filename() ? url : deletingLastPathComponent(url) / lastPathComponent(url);
@@ -25,12 +18,11 @@ FileURL withoutTrailingSlash(const FileURL& url) {
 
 } // namespace
 
-AtomicFolder::AtomicFolder(FileURL destination) : destination_(withoutTrailingSlash(destination)) {
-    requireAbsent(destination_);
+AtomicFolder::AtomicFolder(FileURL destination, Destination expected)
+    : destination_(withoutTrailingSlash(destination)), expected_(expected) {
+    requireExpected();
     temporary_ = deletingLastPathComponent(destination_) / (".corvane-" + makeUUID() + ".partial");
-    if (::mkdir(temporary_.c_str(), S_IRWXU) != 0) {
-        throw FileError("Cannot create the folder", destination_, lastSystemError());
-    }
+    if (::mkdir(temporary_.c_str(), S_IRWXU) != 0) fail(lastSystemError());
 }
 
 AtomicFolder::~AtomicFolder() {
@@ -41,12 +33,29 @@ AtomicFolder::~AtomicFolder() {
     }
 }
 
+void AtomicFolder::requireExpected() const {
+    struct stat status {};
+    const bool exists = ::lstat(destination_.c_str(), &status) == 0;
+    if (expected_ == Destination::nothing) {
+        if (exists) fail(std::make_error_code(std::errc::file_exists));
+        return;
+    }
+    if (!exists) fail(lastSystemError());
+    if (!S_ISDIR(status.st_mode)) fail(std::make_error_code(std::errc::not_a_directory));
+    if (!FileManager::contentsOfDirectory(destination_).empty()) {
+        fail(std::make_error_code(std::errc::directory_not_empty));
+    }
+}
+
+void AtomicFolder::fail(std::error_code reason) const {
+    const bool isNew = expected_ == Destination::nothing;
+    throw FileError(isNew ? "Cannot create the folder" : "Cannot fill the folder", destination_, reason);
+}
+
 void AtomicFolder::commit() {
     // Renaming replaces an empty folder silently, so look again; what stands there otherwise makes the system refuse.
-    requireAbsent(destination_);
-    if (std::rename(temporary_.c_str(), destination_.c_str()) != 0) {
-        throw FileError("Cannot create the folder", destination_, lastSystemError());
-    }
+    requireExpected();
+    if (std::rename(temporary_.c_str(), destination_.c_str()) != 0) fail(lastSystemError());
     committed_ = true;
 }
 

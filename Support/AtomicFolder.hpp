@@ -2,6 +2,8 @@
 
 #include "Support/FileURL.hpp"
 
+#include <system_error>
+
 namespace corvane {
 
 /// A folder that appears at its destination whole or not at all. It is filled under a temporary name beside the
@@ -9,8 +11,12 @@ namespace corvane {
 /// with its content. All operations throw `FileError`.
 class AtomicFolder {
   public:
-    /// Creates the temporary folder, open to its owner only. The destination must not exist (EEXIST).
-    explicit AtomicFolder(FileURL destination);
+    /// What stands at the destination before the commit.
+    enum class Destination { nothing, emptyFolder };
+
+    /// Creates the temporary folder, open to its owner only. The destination must not exist (EEXIST), or must be an
+    /// empty folder and no link (ENOTDIR, ENOTEMPTY).
+    explicit AtomicFolder(FileURL destination, Destination expected = Destination::nothing);
     AtomicFolder(const AtomicFolder&) = delete;
     AtomicFolder& operator=(const AtomicFolder&) = delete;
     ~AtomicFolder();
@@ -18,11 +24,15 @@ class AtomicFolder {
     /// Where to put the content until the commit.
     const FileURL& url() const { return temporary_; }
 
-    /// Fails also when something has appeared at the destination in the meantime.
+    /// Fails also when something else has appeared at the destination in the meantime.
     void commit();
 
   private:
+    void requireExpected() const;
+    [[noreturn]] void fail(std::error_code reason) const;
+
     FileURL destination_;
+    Destination expected_;
     FileURL temporary_;
     bool committed_ = false;
 };

@@ -17,11 +17,13 @@ class FileError : public std::runtime_error {
   public:
     /// @param action what was tried, for example "Cannot read"
     FileError(const std::string& action, const FileURL& url, std::error_code code)
-        : std::runtime_error(action + " " + Text::printable(url.string()) + ": " + code.message()), code_(code) {}
+        : std::runtime_error(action + " " + Text::printable(url.string()) + ": " + code.message()), url_(url), code_(code) {}
 
+    const FileURL& url() const { return url_; }
     const std::error_code& code() const { return code_; }
 
   private:
+    FileURL url_;
     std::error_code code_;
 };
 

@@ -25,6 +25,8 @@ class UniqueDescriptor {
 
     int get() const { return descriptor_; }
     explicit operator bool() const { return descriptor_ >= 0; }
+    /// Gives the descriptor up to the caller.
+    int release() { return std::exchange(descriptor_, -1); }
     void reset() {
         if (descriptor_ >= 0) ::close(descriptor_);
         descriptor_ = -1;

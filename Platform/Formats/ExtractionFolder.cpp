@@ -1,6 +1,7 @@
 #include "Platform/Formats/ExtractionFolder.hpp"
 
 #include "Platform/Formats/EntryName.hpp"
+#include "Platform/Formats/ExtendedAttributes/ExtendedAttributes.hpp"
 #include "Platform/Formats/FormatError.hpp"
 #include "Support/CancellationError.hpp"
 #include "Support/FileError.hpp"
@@ -9,9 +10,11 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 
 namespace corvane {
 namespace {
@@ -24,14 +27,19 @@ void require(bool success, const char* action, const FileURL& url) {
     if (!success) throw FileError(action, url, lastSystemError());
 }
 
+/// Leaves the time of access as it is.
+std::array<struct timespec, 2> times(const struct timespec& modified) { return {{{0, UTIME_OMIT}, modified}}; }
+
 /// Sets times first: the mode may forbid it afterwards.
-void applyAttributes(int descriptor, const FileURL& url, const std::optional<std::int64_t>& time, std::uint32_t mode) {
-    if (time) {
-        const timespec times[2] = {{0, UTIME_OMIT}, {static_cast<time_t>(*time), 0}};
-        require(::futimens(descriptor, times) == 0, "Cannot set the time of", url);
+void applyAttributes(int descriptor, const FileURL& url, const FileAttributes& attributes, std::uint32_t defaultMode) {
+    if (attributes.modificationTime) {
+        require(::futimens(descriptor, times(*attributes.modificationTime).data()) == 0, "Cannot set the time of", url);
     }
-    require(::fchmod(descriptor, mode) == 0, "Cannot set the mode of", url);
+    require(::fchmod(descriptor, attributes.mode.value_or(defaultMode)) == 0, "Cannot set the mode of", url);
 }
+
+/// Opens an item to its owner, who may set attributes only then. Companions take the rest of their modes from it.
+std::uint32_t openedMode(std::uint32_t mode) { return (mode & 0777U) | S_IRWXU; }
 
 } // namespace
 
@@ -53,12 +61,13 @@ UniqueDescriptor ExtractionFolder::openFolder(const std::string& path, bool crea
     for (std::size_t start = 0; start < path.size();) {
         const std::size_t end = std::min(path.find('/', start), path.size());
         const std::string name = path.substr(start, end - start);
-        if (create && ::mkdirat(folder.get(), name.c_str(), S_IRWXU) == 0) {
-            folders_.try_emplace(path.substr(0, end));
-        } else if (create && errno != EEXIST) {
-            throw FileError("Cannot create the folder", url(path.substr(0, end)), lastSystemError());
-        }
         UniqueDescriptor next(::openat(folder.get(), name.c_str(), folderFlags));
+        if (!next && create && errno == ENOENT) {
+            require(::mkdirat(folder.get(), name.c_str(), S_IRWXU) == 0, "Cannot create the folder",
+                    url(path.substr(0, end)));
+            folders_.try_emplace(path.substr(0, end));
+            next = UniqueDescriptor(::openat(folder.get(), name.c_str(), folderFlags));
+        }
         require(static_cast<bool>(next), "Cannot open the folder", url(path.substr(0, end)));
         folder = std::move(next);
         start = end + 1;
@@ -95,7 +104,23 @@ void ExtractionFolder::addFolder(const std::string& path, const FileAttributes& 
                 throw FileError("Cannot create the folder", url(path), std::make_error_code(std::errc::file_exists));
         }
     }
-    folders_.insert_or_assign(path == "." ? "" : path, attributes);
+    if (!attributes.extended.empty()) {
+        const UniqueDescriptor folder = openFolder(path == "." ? "" : path, false);
+        const std::uint32_t mode = openedMode(attributes.mode.value_or(defaultFolderMode));
+        if (path != ".") require(::fchmod(folder.get(), mode) == 0, "Cannot set the mode of", url(path));
+        setExtended(path, attributes);
+    }
+    folders_.insert_or_assign(path == "." ? "" : path,
+                              FileAttributes{.mode = attributes.mode, .modificationTime = attributes.modificationTime});
+}
+
+/// The path leads through no link: its folders have just been opened one by one.
+void ExtractionFolder::setExtended(const std::string& path, const FileAttributes& attributes) const {
+    if (path != ".") return ExtendedAttributes::set(url(path), attributes.extended);
+    for (const auto& [name, value] : attributes.extended) {
+        if (isBlankAttribute(name, value)) continue;
+        ::fsetxattr(rootDescriptor_.get(), ("user." + name).c_str(), value.data(), value.size(), 0);
+    }
 }
 
 void ExtractionFolder::addFile(const std::string& path, const FileAttributes& attributes, std::uint64_t size,
@@ -105,13 +130,20 @@ void ExtractionFolder::addFile(const std::string& path, const FileAttributes& at
     const UniqueDescriptor file(::openat(target.folder, target.name.c_str(), flags, S_IRUSR | S_IWUSR));
     require(static_cast<bool>(file), "Cannot create", url(path));
     write(file.get(), url(path), size, content);
-    applyAttributes(file.get(), url(path), attributes.modificationTime, attributes.mode.value_or(defaultFileMode));
+    if (!attributes.extended.empty()) {
+        const std::uint32_t mode = openedMode(attributes.mode.value_or(defaultFileMode));
+        require(::fchmod(file.get(), mode) == 0, "Cannot set the mode of", url(path));
+        setExtended(path, attributes);
+    }
+    applyAttributes(file.get(), url(path), attributes, defaultFileMode);
 }
 
 void ExtractionFolder::write(int descriptor, const FileURL& name, std::uint64_t size, ByteSource& content) {
     while (const std::size_t count = content.read(buffer_)) {
         checkCancellation(stop_);
         if (count > size) throw FormatError("The content of " + name.string() + " is longer than its size");
+        // Others write at the same time.
+        requireSpace(size);
         size -= count;
         require(writeAll(descriptor, {buffer_.data(), count}), "Cannot write", name);
     }
@@ -132,10 +164,11 @@ void ExtractionFolder::addSymbolicLink(const std::string& path, const std::strin
                                        const FileAttributes& attributes) {
     const Place link = newPlace(path);
     require(::symlinkat(target.c_str(), link.folder, link.name.c_str()) == 0, "Cannot create the link", url(path));
+    if (!attributes.extended.empty()) setExtended(path, attributes);
     if (!attributes.modificationTime) return;
-    const timespec times[2] = {{0, UTIME_OMIT}, {static_cast<time_t>(*attributes.modificationTime), 0}};
-    require(::utimensat(link.folder, link.name.c_str(), times, AT_SYMLINK_NOFOLLOW) == 0, "Cannot set the time of",
-            url(path));
+    require(::utimensat(link.folder, link.name.c_str(), times(*attributes.modificationTime).data(),
+                        AT_SYMLINK_NOFOLLOW) == 0,
+            "Cannot set the time of", url(path));
 }
 
 void ExtractionFolder::addHardLink(const std::string& path, const std::string& existing) {
@@ -160,8 +193,7 @@ void ExtractionFolder::finish() {
     for (auto each = folders_.rbegin(); each != folders_.rend(); ++each) {
         const auto& [path, attributes] = *each;
         const UniqueDescriptor folder = openFolder(path, false);
-        applyAttributes(folder.get(), url(path), attributes.modificationTime,
-                        attributes.mode.value_or(defaultFolderMode));
+        applyAttributes(folder.get(), url(path), attributes, defaultFolderMode);
     }
 }
 

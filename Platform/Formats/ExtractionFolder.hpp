@@ -5,6 +5,7 @@
 #include "Support/UniqueDescriptor.hpp"
 
 #include <cstdint>
+#include <ctime>
 #include <map>
 #include <optional>
 #include <stop_token>
@@ -17,8 +18,10 @@ namespace corvane {
 struct FileAttributes {
     /// Permission bits, 0 to 07777, set-id bits included.
     std::optional<std::uint32_t> mode;
-    /// Seconds since 1970.
-    std::optional<std::int64_t> modificationTime;
+    /// Since 1970.
+    std::optional<struct timespec> modificationTime;
+    /// Extended attributes by their names, kept as `ExtendedAttributes` keeps them.
+    std::map<std::string, std::string> extended{};
 };
 
 /// True when a file system of `total` bytes, or files, keeps a twentieth of them free after `needed` of the `available`
@@ -28,7 +31,8 @@ bool keepsReserve(std::uint64_t total, std::uint64_t available, std::uint64_t ne
 /// Writes the entries of an archive below one folder. Paths are relative and are followed component by component from
 /// the folder's descriptor, never through a link, so no entry lands elsewhere. Nothing that exists is replaced. Files
 /// belong to the caller, whatever the archive says. Folders stay writable until `finish` gives them their modes and
-/// times, which may close them to the caller. Folders that no entry names get 0755.
+/// times, which may close them to the caller. Folders that no entry names get 0755. Of the extended attributes of the
+/// root itself, those are left out that the file system does not take: their companion would stand outside.
 ///
 /// Writing stops with a FileError (ENOSPC) before the file system is full: a twentieth of its bytes stays free, and of
 /// the files that it can hold.
@@ -60,6 +64,7 @@ class ExtractionFolder {
     /// The place of something new that takes `size` bytes.
     Place newPlace(const std::string& path, std::uint64_t size = 0);
     UniqueDescriptor openFolder(const std::string& path, bool create);
+    void setExtended(const std::string& path, const FileAttributes& attributes) const;
     void write(int descriptor, const FileURL& name, std::uint64_t size, ByteSource& content);
     void requireSpace(std::uint64_t size) const;
     FileURL url(const std::string& path) const { return root_ / path; }

@@ -1,6 +1,7 @@
 #include "Platform/Formats/FolderTree.hpp"
 
 #include "Platform/Formats/EntryName.hpp"
+#include "Platform/Formats/ExtendedAttributes/ExtendedAttributes.hpp"
 #include "Platform/Formats/FormatError.hpp"
 #include "Support/CancellationError.hpp"
 #include "Support/FileManager.hpp"
@@ -15,6 +16,8 @@ namespace corvane {
 namespace {
 
 constexpr std::string_view companionPrefix = "._";
+
+bool isCompanionName(const std::string& name) { return name.starts_with(companionPrefix); }
 
 /// The names in a folder, sorted by their bytes.
 class Listing {
@@ -38,7 +41,7 @@ class Listing {
                !isCompanion(name);
     }
     bool isCompanion(const std::string& name) const {
-        return name.starts_with(companionPrefix) && hasCompanion(name.substr(companionPrefix.size()), name);
+        return isCompanionName(name) && hasCompanion(name.substr(companionPrefix.size()), name);
     }
 
   private:
@@ -98,15 +101,32 @@ struct FolderTree::Walk {
             const std::size_t owner = tree.entries_.size();
             add(prefix + name, FileManager::itemStatus(url / name));
             const std::string companion = std::string(companionPrefix) + name;
-            if (listing.hasCompanion(name, companion)) {
+            auto content = isCompanionName(name) ? std::nullopt : ExtendedAttributes::wholeCompanion(url / name);
+            if (content) {
+                requireReplaceable(url / companion);
+                addCompanion(prefix + companion, FileManager::itemStatus(url / name), owner, *std::move(content));
+            } else if (listing.hasCompanion(name, companion)) {
                 addCompanion(prefix + companion, FileManager::itemStatus(url / companion), owner);
             }
         }
     }
 
-    void addCompanion(const std::string& path, const struct stat& status, std::size_t owner) {
+    /// A file that only has the name of a companion cannot take the attributes.
+    static void requireReplaceable(const FileURL& companion) {
+        struct stat status {};
+        if (::lstat(companion.c_str(), &status) != 0 || ExtendedAttributes::isCompanion(companion)) return;
+        throw FileError("Cannot keep attributes in", companion, std::make_error_code(std::errc::file_exists));
+    }
+
+    /// @param content of a companion that is not packed as the file that it is, whose owner's status is given
+    void addCompanion(const std::string& path, const struct stat& status, std::size_t owner, std::string content = {}) {
         Entry& entry = tree.entries_[append(path, status)];
         entry.size = static_cast<std::uint64_t>(status.st_size);
+        if (!content.empty()) {
+            entry.mode = S_IFREG | (S_ISLNK(status.st_mode) ? 0644U : status.st_mode & 0666U);
+            entry.size = content.size();
+            entry.content = std::move(content);
+        }
         entry.isCompanion = true;
         entry.owner = owner;
     }

@@ -15,7 +15,8 @@ namespace corvane {
 
 /// A folder with all that is in it, as one walk found it: what the archive, the Bom and the numbers of a payload have
 /// in common. Contents of files are not read. A file "._NAME" that stands beside NAME is its companion, which carries
-/// its extended attributes: it belongs to NAME and is nobody's child.
+/// its extended attributes: it belongs to NAME and is nobody's child. Attributes that the file system itself keeps make
+/// up such a companion, too.
 class FolderTree {
   public:
     struct Entry {
@@ -38,6 +39,8 @@ class FolderTree {
         bool isCompanion = false;
         /// For a companion, the place of what it accompanies.
         std::size_t owner = 0;
+        /// For a companion that is no file, or not in the same form, its bytes.
+        std::string content;
 
         bool isFile() const { return S_ISREG(mode); }
         bool isDirectory() const { return S_ISDIR(mode); }
@@ -60,7 +63,8 @@ class FolderTree {
     /// bytes, a file with several names once.
     std::uint64_t installKBytes() const;
 
-    /// Opens a file that is still the one that the walk saw. @throws FileError; FormatError when it is not
+    /// Opens a file, not one with `content`, that is still the one that the walk saw. @throws FileError; FormatError
+    /// when it is not
     UniqueDescriptor openFile(const Entry& entry) const;
     /// @throws FormatError when an open file has changed since the walk
     void requireUnchanged(const Entry& entry, const UniqueDescriptor& file) const;

@@ -6,6 +6,7 @@
 #include "Support/Text.hpp"
 #include "Support/WriteAll.hpp"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,11 +15,14 @@
 namespace corvane::Tools {
 namespace {
 
-constexpr std::array<Tool, 11> tools{{
+constexpr std::array<Tool, 15> tools{{
     {"codesign", "verify and describe code signatures", &codesign},
     {"diff", "say which files of two trees differ", &diff},
+    {"ditto", "copy files and trees with all that they have", &ditto},
+    {"hdiutil", "attach and detach disk images", &hdiutil},
     {"installer", "say what a package would install", &installer},
     {"lsbom", "list what a Bom describes", &lsbom},
+    {"open", "attach a disk image, asking on the terminal", &open},
     {"pkgbuild", "make component packages", &pkgbuild},
     {"pkgutil", "open and close packages, report on signatures", &pkgutil},
     {"plutil", "extract values from property lists", &plutil},
@@ -26,6 +30,7 @@ constexpr std::array<Tool, 11> tools{{
     {"productsign", "sign a package", &productsign},
     {"security", "show and change the keychain", &security},
     {"spctl", "say whether a Mac accepts an application or package", &spctl},
+    {"xattr", "show and change extended attributes", &xattr},
 }};
 
 const Tool* find(std::string_view name) {
@@ -69,6 +74,14 @@ int run(const std::string& name, Arguments arguments) {
     return runTool(*tool, arguments);
 }
 
+/// A file that is opened must not come to stand where a closed standard stream was. The stream stays unusable.
+void holdClosedStreams() {
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (::fcntl(stream, F_GETFD) >= 0) continue;
+        ::open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+    }
+}
+
 } // namespace
 
 void print(std::string_view text) {
@@ -79,6 +92,7 @@ void printError(std::string_view text) { writeAll(STDERR_FILENO, text); }
 } // namespace corvane::Tools
 
 int main(int count, char** arguments) {
+    corvane::Tools::holdClosedStreams();
     const std::string name = corvane::lastPathComponent(arguments[0]);
     return corvane::Tools::run(name, {arguments + 1, arguments + count});
 }

@@ -15,7 +15,7 @@ OptionList::OptionList(const Arguments& arguments, const std::vector<std::string
                        const std::vector<std::string>& flags, const char* usage) {
     for (auto argument = arguments.begin(); argument != arguments.end(); ++argument) {
         if (argument->empty()) throw UsageError(std::string("A file has no name.\n") + usage);
-        if (!argument->starts_with("--")) {
+        if (!argument->starts_with("-")) {
             operands_.push_back(*argument);
             continue;
         }

@@ -9,7 +9,8 @@
 
 namespace corvane::Tools {
 
-/// The arguments of a tool whose options stand in any order: "--name VALUE", "--name", and operands.
+/// The arguments of a tool whose options stand in any order: "--name VALUE", "--name", and operands. Options may have
+/// one dash.
 class OptionList {
   public:
     /// @param valued the options that take a value

@@ -43,7 +43,9 @@ class Expansion {
     /// An entry without a time gets the archive's, so that expanding it again gives the same.
     FileAttributes attributes(const Entry& entry) const {
         const auto time = entry.modificationTime ? entry.modificationTime : archive_.contents().creationTime;
-        return {.mode = entry.mode, .modificationTime = time};
+        FileAttributes attributes{.mode = entry.mode};
+        if (time) attributes.modificationTime = timespec{*time, 0};
+        return attributes;
     }
 
     bool isInComponent(const std::string& path, const Entry& entry) const {

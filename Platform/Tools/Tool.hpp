@@ -32,8 +32,11 @@ struct Tool {
 /// Each tool's own file defines its function; the table stands in Main.cpp.
 int codesign(const Arguments& arguments);
 int diff(const Arguments& arguments);
+int ditto(const Arguments& arguments);
+int hdiutil(const Arguments& arguments);
 int installer(const Arguments& arguments);
 int lsbom(const Arguments& arguments);
+int open(const Arguments& arguments);
 int pkgbuild(const Arguments& arguments);
 int pkgutil(const Arguments& arguments);
 int plutil(const Arguments& arguments);
@@ -41,6 +44,7 @@ int productbuild(const Arguments& arguments);
 int productsign(const Arguments& arguments);
 int security(const Arguments& arguments);
 int spctl(const Arguments& arguments);
+int xattr(const Arguments& arguments);
 
 /// Write to a standard stream at once, the whole text in order. A standard output that does not take the text is a
 /// FileError; what standard error does not take is lost.

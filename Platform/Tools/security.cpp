@@ -1,7 +1,8 @@
 // The keychain tool: lists signing identities, and sets up the keychain that the other tools use.
 
 #include "Platform/Formats/FormatError.hpp"
-#include "Platform/Tools/PassphrasePrompt.hpp"
+#include "Platform/Tools/Terminal.hpp"
+#include "Platform/Tools/Termination.hpp"
 #include "Platform/Tools/Tool.hpp"
 #include "Platform/Trust/KeyFile.hpp"
 #include "Platform/Trust/Keychain.hpp"
@@ -56,8 +57,9 @@ int findIdentity(const Keychain& keychain) {
     return 0;
 }
 
-PassphraseSource passphraseSource(const std::string& file, const std::optional<std::string>& passphraseFile) {
-    if (!passphraseFile) return [file] { return askForPassphrase("Passphrase of " + file + ": "); };
+PassphraseSource passphraseSource(const std::string& file, const std::optional<std::string>& passphraseFile,
+                                  const std::stop_token& stop) {
+    if (!passphraseFile) return [file, stop] { return askForPassphrase("Passphrase of " + file + ": ", stop); };
     return [name = *passphraseFile] {
         const std::string content = FileManager::readFile(name, fileLimit);
         return content.substr(0, content.find_first_of("\r\n"));
@@ -73,9 +75,10 @@ void importIdentity(const Keychain& keychain, const Identity& identity) {
                (chain.expired ? "a certificate of its chain has expired" : chain.problem) + "\n");
 }
 
-int importFile(const Keychain& keychain, const std::string& file, const std::optional<std::string>& passphraseFile) {
+int importFile(const Keychain& keychain, const std::string& file, const std::optional<std::string>& passphraseFile,
+               const std::stop_token& stop) {
     const KeyFile content =
-        KeyFile::parse(FileManager::readFile(file, fileLimit), file, passphraseSource(file, passphraseFile));
+        KeyFile::parse(FileManager::readFile(file, fileLimit), file, passphraseSource(file, passphraseFile, stop));
     if (content.keys.empty()) {
         for (const Certificate& certificate : content.certificates) {
             keychain.addIntermediate(certificate);
@@ -129,7 +132,10 @@ int security(const Arguments& arguments) {
     std::optional<std::string> passphraseFile;
     if (command == "import") passphraseFile = takeOption(operands, "--passphrase-file");
     if (operands.size() != 1 || operands[0].starts_with("-")) throw UsageError(usage);
-    if (command == "import") return importFile(keychain, operands[0], passphraseFile);
+    if (command == "import") {
+        return runUntilTerminated(
+            [&](const std::stop_token& stop) { return importFile(keychain, operands[0], passphraseFile, stop); });
+    }
     if (command == "add-trusted-cert") return addTrustedRoot(keychain, operands[0]);
     if (command == "set-timestamp-authority") return setTimestampAuthority(keychain, operands[0]);
     if (command == "delete-identity") return deleteIdentity(keychain, operands[0]);

@@ -7,11 +7,8 @@
 #include "Platform/Trust/TimestampAuthority.hpp"
 #include "Support/FileManager.hpp"
 #include "Support/Text.hpp"
-#include "Support/UniqueDescriptor.hpp"
 
-#include <fcntl.h>
 #include <openssl/pem.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -52,17 +49,6 @@ Identity readIdentity(const FileURL& url) {
 
 std::string pem(const Certificate& certificate) {
     return OpenSSL::written([&](BIO* memory) { return PEM_write_bio_X509(memory, certificate.x509()); });
-}
-
-/// Waits until no other process changes the keychain; the lock goes with the descriptor.
-UniqueDescriptor lock(const FileURL& folder) {
-    const FileURL url = folder / "lock";
-    UniqueDescriptor descriptor(::open(url.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
-    if (!descriptor) throw FileError("Cannot open", url, lastSystemError());
-    while (::flock(descriptor.get(), LOCK_EX) != 0) {
-        if (errno != EINTR) throw FileError("Cannot lock", url, lastSystemError());
-    }
-    return descriptor;
 }
 
 } // namespace
@@ -124,7 +110,7 @@ void Keychain::setTimestampAuthority(const std::string& address) const {
 
 bool Keychain::removeIdentity(const std::string& fingerprint) const {
     if (!FileManager::isDirectory(folder_)) return false;
-    const UniqueDescriptor held = lock(folder_);
+    const UniqueDescriptor held = PrivateFiles::lock(folder_);
     for (const Identity& identity : identities()) {
         if (Text::lowercased(identity.fingerprint()) != Text::lowercased(fingerprint)) continue;
         FileManager::removeItem(folder_ / "identities" / (identity.fingerprint() + ".pem"));
@@ -137,7 +123,7 @@ void Keychain::write(const FileURL& relativePath, const std::string& content) co
     FileManager::createPrivateDirectory(deletingLastPathComponent(folder_));
     FileManager::createPrivateDirectory(folder_);
     requireClosed(folder_, readableByOthers);
-    const UniqueDescriptor held = lock(folder_);
+    const UniqueDescriptor held = PrivateFiles::lock(folder_);
     const FileURL url = folder_ / relativePath;
     PrivateFiles::write(url, content);
 }

@@ -5,6 +5,8 @@
 #include "Support/FileError.hpp"
 #include "Support/FileManager.hpp"
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -45,6 +47,16 @@ void write(const FileURL& url, std::string_view content) {
     file.setMode(0600);
     file.write(content);
     file.commit();
+}
+
+UniqueDescriptor lock(const FileURL& folder) {
+    const FileURL url = folder / "lock";
+    UniqueDescriptor descriptor(::open(url.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    if (!descriptor) throw FileError("Cannot open", url, lastSystemError());
+    while (::flock(descriptor.get(), LOCK_EX) != 0) {
+        if (errno != EINTR) throw FileError("Cannot lock", url, lastSystemError());
+    }
+    return descriptor;
 }
 
 } // namespace corvane::PrivateFiles

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Support/FileURL.hpp"
+#include "Support/UniqueDescriptor.hpp"
 
 #include <sys/types.h>
 
@@ -29,5 +30,9 @@ std::vector<FileURL> list(const FileURL& folder, std::string_view extension, mod
 
 /// Writes a file whole, and creates the folder that it is in. @throws FileError
 void write(const FileURL& url, std::string_view content);
+
+/// Waits until no other process holds the file "lock" of a folder, which must exist. The lock goes with the descriptor.
+/// @throws FileError
+UniqueDescriptor lock(const FileURL& folder);
 
 } // namespace corvane::PrivateFiles

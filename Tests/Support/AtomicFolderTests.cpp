@@ -41,5 +41,21 @@ TEST(AtomicFolder, replacesNothing) {
     EXPECT_THROW(AtomicFolder(sandbox / "missing/folder"), FileError);
 }
 
+TEST(AtomicFolder, takesThePlaceOfAnEmptyFolderOnly) {
+    const Sandbox sandbox;
+    const auto empty = AtomicFolder::Destination::emptyFolder;
+    FileManager::createDirectory(sandbox / "folder");
+    sandbox.write("full/file", "");
+    std::filesystem::create_symlink("folder", sandbox / "link");
+    for (const char* name : {"full", "full/file", "link", "link/", "missing"}) {
+        EXPECT_THROW(AtomicFolder(sandbox / name, empty), FileError) << name;
+    }
+    AtomicFolder early(sandbox / "folder", empty), late(sandbox / "folder", empty);
+    FileManager::createDirectory(early.url() / "inner");
+    early.commit();
+    EXPECT_TRUE(FileManager::isDirectory(sandbox / "folder/inner"));
+    EXPECT_THROW(late.commit(), FileError);
+}
+
 } // namespace
 } // namespace corvane

@@ -75,6 +75,13 @@ void requireSupported(const Record& volume) {
 
 } // namespace
 
+bool isContainer(const RandomAccess& disk) {
+    if (disk.size() < smallestBlock) return false;
+    std::string start(40, '\0');
+    disk.read(0, start);
+    return hasMagic(Record(start, 0), "NXSB");
+}
+
 std::uint32_t blockSize(const RandomAccess& disk) {
     std::string start(40, '\0');
     disk.read(0, start);

@@ -21,6 +21,9 @@ struct VolumeState {
     ObjectMap map;
 };
 
+/// Whether a disk begins as a container does.
+bool isContainer(const RandomAccess& disk);
+
 /// Bytes of a container's blocks. @throws FormatError when there is no container
 std::uint32_t blockSize(const RandomAccess& disk);
 

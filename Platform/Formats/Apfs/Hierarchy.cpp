@@ -2,10 +2,12 @@
 
 #include "Platform/Formats/EntryName.hpp"
 #include "Platform/Formats/FormatError.hpp"
+#include "Platform/Formats/Volume/Volume.hpp"
 
 #include <sys/stat.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <unordered_set>
 
 namespace corvane::Apfs {
@@ -61,6 +63,10 @@ class HierarchyWalk {
             const DirectoryEntry& entry = entries[left - 1];
             std::string path = folder.path == "." ? entry.name : folder.path + "/" + entry.name;
             EntryName::checkPath(path, formatName);
+            text_ += path.size();
+            if (text_ > volumeTextLimit) {
+                fail("expected paths of at most " + std::to_string(volumeTextLimit) + " bytes in all");
+            }
             const Inode* inode = tree_.inode(entry.inode);
             if (inode == nullptr) fail("\"" + path + "\" names an inode that is not there");
             if (!named_.insert(inode->number).second && S_ISDIR(inode->mode)) {
@@ -82,6 +88,8 @@ class HierarchyWalk {
     const std::function<void(std::string, const Inode&)>& visit_;
     std::unordered_set<std::uint64_t> named_;
     std::size_t reached_ = 0;
+    /// Bytes of all paths.
+    std::uint64_t text_ = 0;
 };
 
 } // namespace

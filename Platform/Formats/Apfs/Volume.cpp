@@ -19,9 +19,6 @@ constexpr std::string_view resourceForkAttribute = "com.apple.ResourceFork";
 /// Of an inode whose data an attribute holds compressed.
 constexpr std::uint32_t compressedFlag = 0x20;
 
-/// Says how large the plain data is.
-constexpr std::uint64_t compressionHeaderSize = 16;
-
 struct timespec time(std::int64_t nanoseconds) {
     constexpr std::int64_t second = 1'000'000'000;
     const std::int64_t fraction = (nanoseconds % second + second) % second;
@@ -33,6 +30,8 @@ struct timespec time(std::int64_t nanoseconds) {
 }
 
 } // namespace
+
+bool Volume::isRecognized(const RandomAccess& disk) { return isContainer(disk); }
 
 Volume::Volume(const RandomAccess& disk)
     : disk_(disk), objects_(disk, blockSize(disk)), state_(readVolumeState(objects_)), tree_(objects_, state_) {
@@ -50,16 +49,23 @@ VolumeEntry Volume::entry(std::string path, const Inode& inode) const {
                       .modified = time(inode.modified),
                       .size = 0,
                       .linkTarget = {},
-                      .number = inode.number};
+                      .number = inode.number,
+                      .position = position(inode)};
     if (S_ISLNK(inode.mode)) {
         entry.linkTarget = linkTarget(entry.path, inode);
         entry.size = entry.linkTarget.size();
     } else if (S_ISREG(inode.mode)) {
         const Attribute* compressed = compression(inode);
-        entry.size =
-            compressed == nullptr ? inode.size : CompressedFile::plainSize(front(*compressed, compressionHeaderSize));
+        entry.size = compressed == nullptr ? inode.size
+                                           : CompressedFile::plainSize(front(*compressed, CompressedFile::headerSize));
     }
     return entry;
+}
+
+std::uint64_t Volume::position(const Inode& inode) const {
+    const Attribute* fork = compression(inode) == nullptr ? nullptr : attribute(inode, resourceForkAttribute);
+    const auto extents = tree_.extentsOf(fork == nullptr ? inode.stream : fork->stream);
+    return extents.empty() ? 0 : extents.front().place;
 }
 
 std::string Volume::linkTarget(const std::string& path, const Inode& inode) const {
@@ -124,11 +130,14 @@ std::unique_ptr<ByteSource> Volume::open(const VolumeEntry& file) const {
 std::map<std::string, std::string> Volume::attributes(const VolumeEntry& entry) const {
     const Inode& inode = this->inode(entry);
     const bool isCompressed = compression(inode) != nullptr;
+    std::uint64_t room = volumeAttributeLimit;
     std::map<std::string, std::string> result;
     for (const Attribute& each : tree_.attributesOf(inode.number)) {
         if (each.name == linkAttribute) continue;
         if (isCompressed && (each.name == CompressedFile::attributeName || each.name == resourceForkAttribute))
             continue;
+        if (each.size > room) fail(entry.path, "has attributes of more than 64 MiB");
+        room -= each.size;
         if (!result.emplace(each.name, value(each)).second) {
             fail(entry.path, "has two attributes named \"" + each.name + "\"");
         }

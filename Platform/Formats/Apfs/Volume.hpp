@@ -16,6 +16,9 @@ namespace corvane::Apfs {
 /// hundred bytes a file; the data stays on the disk.
 class Volume : public corvane::Volume {
   public:
+    /// Whether a disk holds a container, whole or damaged.
+    static bool isRecognized(const RandomAccess& disk);
+
     /// @param disk the container, from its first block on; must outlive this
     /// @throws FormatError, also for encrypted and sealed volumes and Fusion drives, by these names
     explicit Volume(const RandomAccess& disk);
@@ -35,6 +38,7 @@ class Volume : public corvane::Volume {
     std::string value(const Attribute& attribute) const;
     /// At most so many bytes of a value.
     std::string front(const Attribute& attribute, std::uint64_t limit) const;
+    std::uint64_t position(const Inode& inode) const;
     std::string linkTarget(const std::string& path, const Inode& inode) const;
     VolumeEntry entry(std::string path, const Inode& inode) const;
 

@@ -13,7 +13,6 @@ namespace corvane::CompressedFile {
 namespace {
 
 constexpr std::string_view format = "compressed file";
-constexpr std::size_t headerSize = 16;
 constexpr std::uint64_t pieceSize = 65536;
 /// No codec makes a piece twice as large as it was.
 constexpr std::uint64_t encodedPieceLimit = 2 * pieceSize;

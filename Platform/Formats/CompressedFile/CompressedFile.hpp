@@ -3,6 +3,7 @@
 #include "Platform/Formats/ByteSource.hpp"
 #include "Platform/Formats/RandomAccess.hpp"
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -14,7 +15,10 @@ namespace corvane::CompressedFile {
 
 constexpr const char* attributeName = "com.apple.decmpfs";
 
-/// Size of the plain data. @throws FormatError
+/// Bytes of the attribute that say what it is; the data follows.
+constexpr std::size_t headerSize = 16;
+
+/// Size of the plain data. @param attribute its header, and what follows or not. @throws FormatError
 std::uint64_t plainSize(std::string_view attribute);
 /// Whether the data stands in the resource fork. @throws FormatError
 bool needsResourceFork(std::string_view attribute);

@@ -50,7 +50,8 @@ class Extractor {
     std::string target(const Entry& entry) const { return entry.path == "." ? root_ : root_ + "/" + entry.path; }
 
     static FileAttributes attributes(const Entry& entry) {
-        return {.mode = entry.mode & 07777U, .modificationTime = static_cast<std::int64_t>(entry.modificationTime)};
+        return {.mode = entry.mode & 07777U,
+                .modificationTime = timespec{static_cast<time_t>(entry.modificationTime), 0}};
     }
 
     void add(const Entry& entry) {

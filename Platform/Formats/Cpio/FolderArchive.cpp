@@ -86,6 +86,11 @@ FolderChecksums archiveFolder(const FolderTree& tree, std::optional<std::uint64_
             writer.add(entry);
             continue;
         }
+        if (!source.content.empty()) {
+            MemorySource content(source.content);
+            writer.add(entry, &content);
+            continue;
+        }
         const UniqueDescriptor file = tree.openFile(source);
         ChecksummedFile content(file.get(), tree.url(source), source.size);
         writer.add(entry, &content);

@@ -131,7 +131,9 @@ class Serializer {
     }
 
     std::string serialized() const {
-        std::string bytes = std::string(magic).append(filler);
+        std::string bytes;
+        bytes.reserve(forkOffset() + fork_.size());
+        bytes.append(magic).append(filler);
         appendBigEndian(bytes, 2, 2);
         appendEntry(bytes, finderInfoID, headerSize, forkOffset() - headerSize);
         appendEntry(bytes, resourceForkID, forkOffset(), fork_.size());
@@ -144,7 +146,8 @@ class Serializer {
         appendBigEndian(bytes, 0, 2);
         appendBigEndian(bytes, attributes_.size(), 2);
         appendAttributes(bytes);
-        return bytes.append(fork_);
+        bytes += fork_;
+        return bytes;
     }
 
   private:

@@ -56,15 +56,18 @@ std::optional<std::string> read(const FileURL& item, Call call) {
 /// The attributes that the file system itself keeps.
 namespace FileSystem {
 
-std::vector<std::string> names(const FileURL& item) {
-    const std::optional<std::string> list =
-        read(item, [&](char* bytes, std::size_t size) { return ::llistxattr(item.c_str(), bytes, size); });
+/// Of the names that the system lists, those in the one name space, without it.
+std::vector<std::string> namesIn(const std::optional<std::string>& list) {
     std::vector<std::string> found;
     if (!list) return found;
     for (const std::string_view name : Text::split(*list, '\0')) {
         if (name.starts_with(nameSpace)) found.emplace_back(name.substr(nameSpace.size()));
     }
     return found;
+}
+
+std::vector<std::string> names(const FileURL& item) {
+    return namesIn(read(item, [&](char* bytes, std::size_t size) { return ::llistxattr(item.c_str(), bytes, size); }));
 }
 
 std::optional<std::string> value(const FileURL& item, const std::string& name) {
@@ -115,11 +118,11 @@ class Companion {
 
     const std::map<std::string, std::string>& attributes() const { return content_.attributes; }
 
-    void set(const std::string& name, const std::string& value) {
+    /// In memory: `write` is for all of them.
+    void put(const std::string& name, const std::string& value) {
         if (url_.empty()) fail("Cannot keep an attribute of", item_, ENOTSUP);
         if (!isOurs_ && isItem(url_)) fail("Cannot keep attributes in", url_, EEXIST);
         content_.attributes[name] = value;
-        write();
     }
 
     bool remove(const std::string& name) {
@@ -132,7 +135,6 @@ class Companion {
         return true;
     }
 
-  private:
     /// Who may read the item may read its attributes, and nobody else.
     void write() const {
         const std::string bytes = content_.serialized();
@@ -144,6 +146,7 @@ class Companion {
         file.commit();
     }
 
+  private:
     FileURL item_;
     FileURL url_;
     AppleDouble content_;
@@ -192,19 +195,28 @@ std::optional<std::string> value(const FileURL& item, const std::string& name) {
     return found == companion.attributes().end() ? std::nullopt : std::optional(found->second);
 }
 
-void set(const FileURL& item, const std::string& name, const std::string& value) {
-    requireFits(item, name, value);
-    if (isBlankAttribute(name, value)) {
-        remove(item, name);
-        return;
-    }
+void set(const FileURL& item, const std::string& name, const std::string& value) { set(item, {{name, value}}); }
+
+void set(const FileURL& item, const std::map<std::string, std::string>& attributes) {
+    for (const auto& [name, value] : attributes) requireFits(item, name, value);
+    FileManager::itemStatus(item);
     Companion companion(item);
-    if (FileSystem::set(item, name, value)) {
-        companion.remove(name);
-    } else {
-        companion.set(name, value);
-        FileSystem::remove(item, name);
+    std::vector<std::string> besides;
+    for (const auto& [name, value] : attributes) {
+        if (isBlankAttribute(name, value)) {
+            FileSystem::remove(item, name);
+            companion.remove(name);
+        } else if (FileSystem::set(item, name, value)) {
+            companion.remove(name);
+        } else {
+            companion.put(name, value);
+            besides.push_back(name);
+        }
     }
+    if (besides.empty()) return;
+    // The companion is written once: whoever has thousands of attributes would wait for as many copies of all.
+    companion.write();
+    for (const std::string& name : besides) FileSystem::remove(item, name);
 }
 
 bool remove(const FileURL& item, const std::string& name) {
@@ -212,6 +224,37 @@ bool remove(const FileURL& item, const std::string& name) {
     Companion companion(item);
     const bool wasInFileSystem = FileSystem::remove(item, name);
     return companion.remove(name) || wasInFileSystem;
+}
+
+std::map<std::string, std::string> copyWithinFileSystem(int source, const FileURL& sourceName, int destination,
+                                                        const FileURL& destinationName) {
+    std::map<std::string, std::string> notTaken;
+    const auto list =
+        read(sourceName, [&](char* bytes, std::size_t size) { return ::flistxattr(source, bytes, size); });
+    for (const std::string& name : FileSystem::namesIn(list)) {
+        const std::string full = systemName(name);
+        const auto value = read(
+            sourceName, [&](char* bytes, std::size_t size) { return ::fgetxattr(source, full.c_str(), bytes, size); });
+        if (!value || ::fsetxattr(destination, full.c_str(), value->data(), value->size(), 0) == 0) continue;
+        if (!meansNotTaken(errno)) throw FileError("Cannot set an attribute of", destinationName, lastSystemError());
+        notTaken.emplace(name, *value);
+    }
+    return notTaken;
+}
+
+void keepBeside(const FileURL& item, const std::map<std::string, std::string>& attributes) {
+    if (attributes.empty()) return;
+    Companion companion(item);
+    for (const auto& [name, value] : attributes) companion.put(name, value);
+    companion.write();
+}
+
+std::optional<std::string> wholeCompanion(const FileURL& item) {
+    if (FileSystem::names(item).empty()) return std::nullopt;
+    AppleDouble content;
+    for (const std::string& name : names(item)) content.attributes[name] = value(item, name).value_or("");
+    if (content.attributes.empty()) return std::nullopt;
+    return content.serialized();
 }
 
 FileURL companion(const FileURL& item) {

@@ -5,6 +5,8 @@
 #include "Platform/Formats/HfsPlus/Tree.hpp"
 #include "Platform/Formats/Volume/Volume.hpp"
 
+#include <algorithm>
+
 namespace corvane::HfsPlus {
 namespace {
 
@@ -12,11 +14,13 @@ enum RecordType : std::uint32_t { inlineValue = 0x10, forkValue = 0x20, furtherE
 
 } // namespace
 
-std::string readAttribute(const RandomAccess& bytes) {
-    if (bytes.size() > volumeAttributeLimit) {
-        throw FormatError("hfsplus: expected an attribute of at most " + std::to_string(volumeAttributeLimit) +
-                          " bytes, found one of " + std::to_string(bytes.size()));
+std::string readAttribute(const RandomAccess& bytes, std::uint64_t& room) {
+    if (bytes.size() > room) {
+        throw FormatError("hfsplus: expected attributes of at most " + std::to_string(volumeAttributeLimit) +
+                          " bytes at one item, found one of " + std::to_string(bytes.size()) + " where " +
+                          std::to_string(room) + " were left");
     }
+    room -= bytes.size();
     std::string value(static_cast<std::size_t>(bytes.size()), '\0');
     bytes.read(0, value);
     return value;
@@ -79,9 +83,9 @@ void Attributes::requireWhole() const {
     }
 }
 
-std::string Attributes::read(const Place& place) const {
-    if (place.hasFork) return readAttribute(*forks_.open({place.size, place.extents}));
-    return readAttribute(PartAccess(*file_, place.offset, place.size));
+std::unique_ptr<RandomAccess> Attributes::content(const Place& place) const {
+    if (place.hasFork) return forks_.open({place.size, place.extents});
+    return std::make_unique<PartAccess>(*file_, place.offset, place.size);
 }
 
 bool Attributes::has(std::uint32_t item, const std::string& name) const { return places_.contains({item, name}); }
@@ -89,13 +93,22 @@ bool Attributes::has(std::uint32_t item, const std::string& name) const { return
 std::optional<std::string> Attributes::value(std::uint32_t item, const std::string& name) const {
     const auto place = places_.find({item, name});
     if (place == places_.end()) return {};
-    return read(place->second);
+    std::uint64_t room = volumeAttributeLimit;
+    return readAttribute(*content(place->second), room);
 }
 
-std::map<std::string, std::string> Attributes::values(std::uint32_t item) const {
+std::string Attributes::front(std::uint32_t item, const std::string& name, std::size_t limit) const {
+    const auto place = places_.find({item, name});
+    if (place == places_.end()) return {};
+    std::string bytes(static_cast<std::size_t>(std::min<std::uint64_t>(place->second.size, limit)), '\0');
+    content(place->second)->read(0, bytes);
+    return bytes;
+}
+
+std::map<std::string, std::string> Attributes::values(std::uint32_t item, std::uint64_t& room) const {
     std::map<std::string, std::string> found;
     for (auto each = places_.lower_bound({item, ""}); each != places_.end() && each->first.first == item; ++each) {
-        found.emplace(each->first.second, read(each->second));
+        found.emplace(each->first.second, readAttribute(*content(each->second), room));
     }
     return found;
 }

@@ -12,8 +12,8 @@
 
 namespace corvane::HfsPlus {
 
-/// All bytes, as the value of an attribute. @throws FormatError for more than `volumeAttributeLimit`
-std::string readAttribute(const RandomAccess& bytes);
+/// All bytes, as the value of an attribute. @throws FormatError for more than `room`, which they are taken from
+std::string readAttribute(const RandomAccess& bytes, std::uint64_t& room);
 
 /// The named attributes of all items. Their values stay on the disk. For many threads, once it is made.
 class Attributes {
@@ -25,8 +25,10 @@ class Attributes {
     bool has(std::uint32_t item, const std::string& name) const;
     /// @throws FormatError for a value beyond `volumeAttributeLimit`
     std::optional<std::string> value(std::uint32_t item, const std::string& name) const;
-    /// @throws FormatError likewise
-    std::map<std::string, std::string> values(std::uint32_t item) const;
+    /// At most so many bytes of a value; empty when there is none. @throws FormatError
+    std::string front(std::uint32_t item, const std::string& name, std::size_t limit) const;
+    /// @param room that the values are taken from. @throws FormatError when they have more bytes
+    std::map<std::string, std::string> values(std::uint32_t item, std::uint64_t& room) const;
     /// What the values take on the disk outside the attributes' own file.
     void appendExtents(std::vector<Extent>& extents) const;
 
@@ -44,7 +46,7 @@ class Attributes {
     void addRecord(ByteCursor& key, ByteCursor& value);
     Place readPlace(ByteCursor& value, std::uint32_t type) const;
     void requireWhole() const;
-    std::string read(const Place& place) const;
+    std::unique_ptr<RandomAccess> content(const Place& place) const;
 
     const ForkTable& forks_;
     std::unique_ptr<RandomAccess> file_;

@@ -14,8 +14,6 @@ namespace corvane::HfsPlus {
 namespace {
 
 constexpr std::uint32_t rootParent = 1;
-/// In bytes, of all paths and texts of links: links to folders multiply what a small catalog has.
-constexpr std::uint64_t textLimit = std::uint64_t{1} << 30;
 
 /// Where files with several names are kept, and folders.
 const std::string privateFiles = std::string(4, '\0') + "HFS+ Private Data";
@@ -129,7 +127,9 @@ std::vector<Hierarchy::Place> Hierarchy::places(bool isJournaled) const {
         const std::string path = current.path + named.name;
         EntryName::checkPath(path, "hfsplus catalog");
         text += path.size() + (S_ISLNK(item.mode) ? std::min<std::uint64_t>(item.data.size, EntryName::pathLimit) : 0);
-        if (text > textLimit) fail("expected paths of at most " + std::to_string(textLimit) + " bytes in all");
+        if (text > volumeTextLimit) {
+            fail("expected paths of at most " + std::to_string(volumeTextLimit) + " bytes in all");
+        }
         result.push_back({path, &item});
         if (!item.isFolder) continue;
         const bool isOpen =

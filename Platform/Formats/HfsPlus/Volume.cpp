@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace corvane::HfsPlus {
 namespace {
@@ -42,7 +43,7 @@ Volume::Volume(const RandomAccess& disk)
       hierarchy_(readCatalog(*forks_.open(forks_.find(header_.catalog, Numbers::catalog, ForkKind::data)))),
       name_(hierarchy_.item(Numbers::root).name) {
     requireDistinctBlocks();
-    for (const Hierarchy::Place& each : hierarchy_.places(header_.isJournaled)) entries_.push_back(entry(each));
+    for (Hierarchy::Place& each : hierarchy_.places(header_.isJournaled)) entries_.push_back(entry(std::move(each)));
 }
 
 /// Each block belongs to one fork; where two claim it, at least one of them has the other's bytes.
@@ -71,10 +72,10 @@ void Volume::requireDistinctBlocks() const {
                       " in two places");
 }
 
-VolumeEntry Volume::entry(const Hierarchy::Place& place) const {
+VolumeEntry Volume::entry(Hierarchy::Place place) const {
     const Item& item = *place.item;
     VolumeEntry entry;
-    entry.path = place.path;
+    entry.path = std::move(place.path);
     entry.mode = item.mode;
     entry.owner = item.owner;
     entry.group = item.group;
@@ -83,8 +84,11 @@ VolumeEntry Volume::entry(const Hierarchy::Place& place) const {
     if (S_ISLNK(item.mode)) entry.linkTarget = linkTarget(item);
     if (S_ISREG(item.mode) || S_ISLNK(item.mode)) entry.size = item.data.size;
     if (S_ISREG(item.mode) && isCompressed(item)) {
-        entry.size = CompressedFile::plainSize(*attributes_.value(item.number, CompressedFile::attributeName));
+        entry.size = CompressedFile::plainSize(
+            attributes_.front(item.number, CompressedFile::attributeName, CompressedFile::headerSize));
     }
+    const ForkRecord& fork = item.data.size != 0 ? item.data : item.resource;
+    entry.position = header_.offset + std::uint64_t{fork.extents.front().start} * header_.blockSize;
     return entry;
 }
 
@@ -118,7 +122,8 @@ std::unique_ptr<ByteSource> Volume::open(const VolumeEntry& file) const {
 
 std::map<std::string, std::string> Volume::attributes(const VolumeEntry& entry) const {
     const Item& item = hierarchy_.item(static_cast<std::uint32_t>(entry.number));
-    std::map<std::string, std::string> found = attributes_.values(item.number);
+    std::uint64_t room = volumeAttributeLimit;
+    std::map<std::string, std::string> found = attributes_.values(item.number, room);
     std::erase_if(found, [](const auto& each) { return each.first.starts_with(systemPrefix); });
     std::string info = finderInfo(item);
     if (!isBlankAttribute(ExtendedAttributes::finderInfo, info)) {
@@ -127,7 +132,7 @@ std::map<std::string, std::string> Volume::attributes(const VolumeEntry& entry) 
     if (isCompressed(item)) {
         found.erase(CompressedFile::attributeName);
     } else if (item.resource.size != 0) {
-        found[ExtendedAttributes::resourceFork] = readAttribute(*fork(item, ForkKind::resource));
+        found[ExtendedAttributes::resourceFork] = readAttribute(*fork(item, ForkKind::resource), room);
     }
     return found;
 }

@@ -35,7 +35,7 @@ class Volume : public corvane::Volume {
     std::map<std::string, std::string> attributes(const VolumeEntry& entry) const override;
 
   private:
-    VolumeEntry entry(const Hierarchy::Place& place) const;
+    VolumeEntry entry(Hierarchy::Place place) const;
     bool isCompressed(const Item& item) const;
     std::unique_ptr<RandomAccess> fork(const Item& item, ForkKind kind) const;
     std::string linkTarget(const Item& item) const;

@@ -4,9 +4,10 @@
 #include "Platform/Formats/ByteCursor.hpp"
 #include "Platform/Formats/Udif/Trailer.hpp"
 
+#include <openssl/core_names.h>
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
-#include <openssl/hmac.h>
+#include <openssl/params.h>
 
 #include <algorithm>
 #include <array>
@@ -29,9 +30,12 @@ constexpr std::uint32_t tripleDes = 17;
 
 constexpr std::uint32_t entryLimit = 64;
 constexpr std::uint64_t entrySizeLimit = 1 << 16;
-/// Some seconds of work. Makers use less than a million.
-constexpr std::uint32_t iterationLimit = 20'000'000;
+/// Of all entries: some seconds of work, which nothing interrupts. Makers use less than a million for each.
+constexpr std::uint64_t iterationLimit = 20'000'000;
 constexpr std::uint32_t blockSizeLimit = 1 << 20;
+
+/// What is read from the file at once, unless a block is larger.
+constexpr std::uint64_t pieceSize = 1 << 16;
 
 constexpr std::size_t aesBlock = 16;
 constexpr std::size_t tripleDesKeySize = 24;
@@ -52,6 +56,22 @@ Cipher decryption(const EVP_CIPHER* kind, std::string_view key) {
     Cipher cipher(EVP_CIPHER_CTX_new());
     if (!cipher || EVP_DecryptInit_ex(cipher.get(), kind, nullptr, bytesOf(key), nullptr) != 1) throw std::bad_alloc();
     return cipher;
+}
+
+struct FreeMac {
+    void operator()(EVP_MAC* mac) const { EVP_MAC_free(mac); }
+    void operator()(EVP_MAC_CTX* context) const { EVP_MAC_CTX_free(context); }
+};
+using Mac = std::unique_ptr<EVP_MAC_CTX, FreeMac>;
+
+Mac hmacOfSha1() {
+    const std::unique_ptr<EVP_MAC, FreeMac> kind(EVP_MAC_fetch(nullptr, "HMAC", nullptr));
+    Mac mac(kind ? EVP_MAC_CTX_new(kind.get()) : nullptr);
+    std::string digest = "SHA1";
+    const std::array parameters{OSSL_PARAM_construct_utf8_string(OSSL_MAC_PARAM_DIGEST, digest.data(), 0),
+                                OSSL_PARAM_construct_end()};
+    if (!mac || EVP_MAC_CTX_set_params(mac.get(), parameters.data()) != 1) throw std::bad_alloc();
+    return mac;
 }
 
 /// Keys in memory that is wiped when they are done with.
@@ -144,12 +164,15 @@ void EncryptedAccess::Header::readEntries(const RandomAccess& file, std::uint32_
     if (count > entryLimit) throw FormatError(format, entriesAt - 4, "expected at most 64 keys, found more");
     const std::string entries = readExtent(file, {entriesAt, count * entrySize}, entryLimit * entrySize);
     ByteCursor cursor(entries, format, entriesAt);
+    std::uint64_t iterations = 0;
     for (; count > 0; --count) {
         const std::uint32_t type = cursor.u32BigEndian();
         const std::uint64_t offset = cursor.u64BigEndian();
         const std::uint64_t length = cursor.u64BigEndian();
         if (type != passwordEntry) continue;
         passwords.push_back(PasswordEntry::parse(readExtent(file, {offset, length}, entrySizeLimit)));
+        iterations += passwords.back().iterations;
+        if (iterations > iterationLimit) cursor.fail("found too many iterations");
     }
     if (passwords.empty()) throw FormatError("encrypted disk image: no password opens it, only a certificate");
 }
@@ -205,18 +228,27 @@ EncryptedAccess::~EncryptedAccess() {
 
 std::uint64_t EncryptedAccess::size() const { return header_->dataSize; }
 
-void EncryptedAccess::decryptBlock(std::uint64_t number, std::span<char> stored, std::span<char> plain) const {
+/// Made for every read: too slow to make for every block, and not to be shared by threads.
+struct EncryptedAccess::Contexts {
+    Cipher cipher;
+    Mac mac;
+};
+
+void EncryptedAccess::decryptBlock(const Contexts& contexts, std::uint64_t number, std::span<char> stored,
+                                   std::span<char> plain) const {
     std::string counter;
     appendBigEndian(counter, number, 4);
     std::array<unsigned char, EVP_MAX_MD_SIZE> initial{};
-    const Cipher cipher = decryption(header_->keyBits == 128 ? EVP_aes_128_cbc() : EVP_aes_256_cbc(), cipherKey_);
+    EVP_CIPHER_CTX* const cipher = contexts.cipher.get();
+    EVP_MAC_CTX* const mac = contexts.mac.get();
     int count = 0;
     const auto size = static_cast<int>(stored.size());
-    if (HMAC(EVP_sha1(), macKey_.data(), static_cast<int>(macKey_.size()), bytesOf(std::string_view(counter)),
-             counter.size(), initial.data(), nullptr) == nullptr ||
-        EVP_DecryptInit_ex(cipher.get(), nullptr, nullptr, nullptr, initial.data()) != 1 ||
-        EVP_CIPHER_CTX_set_padding(cipher.get(), 0) != 1 ||
-        EVP_DecryptUpdate(cipher.get(), bytesOf(plain), &count, bytesOf(stored), size) != 1 || count != size) {
+    if (EVP_MAC_init(mac, bytesOf(std::string_view(macKey_)), macKey_.size(), nullptr) != 1 ||
+        EVP_MAC_update(mac, bytesOf(std::string_view(counter)), counter.size()) != 1 ||
+        EVP_MAC_final(mac, initial.data(), nullptr, initial.size()) != 1 ||
+        EVP_DecryptInit_ex(cipher, nullptr, nullptr, nullptr, initial.data()) != 1 ||
+        EVP_CIPHER_CTX_set_padding(cipher, 0) != 1 ||
+        EVP_DecryptUpdate(cipher, bytesOf(plain), &count, bytesOf(stored), size) != 1 || count != size) {
         throw FormatError(format, header_->dataOffset + number * header_->blockSize, "a block cannot be decrypted");
     }
 }
@@ -225,18 +257,25 @@ void EncryptedAccess::read(std::uint64_t offset, std::span<char> buffer) const {
     if (offset > size() || buffer.size() > size() - offset) {
         throw FormatError(format, offset, "expected " + std::to_string(buffer.size()) + " bytes, found the end");
     }
-    std::vector<char> stored(header_->blockSize);
-    std::vector<char> plain(header_->blockSize);
+    const std::uint64_t blockSize = header_->blockSize;
+    const Contexts contexts{decryption(header_->keyBits == 128 ? EVP_aes_128_cbc() : EVP_aes_256_cbc(), cipherKey_),
+                            hmacOfSha1()};
+    std::vector<char> stored(std::max<std::uint64_t>(pieceSize / blockSize, 1) * blockSize);
+    std::vector<char> plain(stored.size());
     while (!buffer.empty()) {
-        const std::uint64_t number = offset / header_->blockSize;
-        const std::uint64_t start = number * header_->blockSize;
+        const std::uint64_t start = offset / blockSize * blockSize;
+        const std::uint64_t wanted = (offset - start + buffer.size() + blockSize - 1) / blockSize * blockSize;
         // The last block is filled up, unless the file ends before.
         const std::uint64_t left = file_->size() - header_->dataOffset - start;
-        const std::span<char> block(stored.data(), std::min<std::uint64_t>(stored.size(), left / aesBlock * aesBlock));
-        if (offset - start >= block.size()) throw FormatError(format, offset, "expected a whole block, found the end");
-        file_->read(header_->dataOffset + start, block);
-        decryptBlock(number, block, plain);
-        const std::size_t count = std::min<std::uint64_t>(buffer.size(), block.size() - (offset - start));
+        const std::span<char> piece(stored.data(),
+                                    std::min({std::uint64_t{stored.size()}, wanted, left / aesBlock * aesBlock}));
+        if (offset - start >= piece.size()) throw FormatError(format, offset, "expected a whole block, found the end");
+        file_->read(header_->dataOffset + start, piece);
+        for (std::size_t at = 0; at < piece.size(); at += blockSize) {
+            const std::span<char> block = piece.subspan(at, std::min<std::size_t>(blockSize, piece.size() - at));
+            decryptBlock(contexts, (start + at) / blockSize, block, std::span(plain).subspan(at));
+        }
+        const std::size_t count = std::min<std::uint64_t>(buffer.size(), piece.size() - (offset - start));
         std::memcpy(buffer.data(), plain.data() + (offset - start), count);
         buffer = buffer.subspan(count);
         offset += count;

@@ -36,7 +36,9 @@ class EncryptedAccess : public RandomAccess {
 
   private:
     struct Header;
-    void decryptBlock(std::uint64_t number, std::span<char> stored, std::span<char> plain) const;
+    struct Contexts;
+    void decryptBlock(const Contexts& contexts, std::uint64_t number, std::span<char> stored,
+                      std::span<char> plain) const;
 
     std::unique_ptr<RandomAccess> file_;
     std::unique_ptr<Header> header_;

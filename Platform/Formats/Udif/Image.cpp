@@ -24,7 +24,7 @@ class PlainImage : public Image {
 
     std::uint64_t size() const override { return file_->size(); }
     void read(std::uint64_t offset, std::span<char> buffer) const override { file_->read(offset, buffer); }
-    void verify() const override {} // There is nothing to compare the bytes with.
+    void verify(const std::stop_token& /*stop*/) const override {} // There is nothing to compare the bytes with.
     std::optional<std::string> licence() const override { return std::nullopt; }
     std::optional<std::string> codeSignature() const override { return std::nullopt; }
     std::string kind() const override { return "read/write"; }
@@ -90,7 +90,7 @@ class ChunkedImage : public Image {
                           "expected " + std::to_string(buffer.size()) + " bytes, found the end at " +
                               std::to_string(size()));
     }
-    void verify() const override { Udif::verify(*file_, trailer_, tables_, disk_); }
+    void verify(const std::stop_token& stop) const override { Udif::verify(*file_, trailer_, tables_, disk_, stop); }
     std::optional<std::string> licence() const override { return licenceText(resources_); }
     std::optional<std::string> codeSignature() const override {
         if (trailer_.codeSignature.length == 0) return std::nullopt;

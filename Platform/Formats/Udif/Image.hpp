@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <memory>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,7 +16,8 @@
 namespace corvane::Udif {
 
 /// The disk in an image, decoded chunk by chunk where it is read. A few decoded chunks are kept; the memory does not
-/// grow with the image. Threads may read side by side and decode chunks of their own.
+/// grow with the image. Read from front to back, it is decoded ahead on all cores. Threads may read side by side and
+/// decode chunks of their own.
 class Image : public RandomAccess {
   public:
     /// @throws FileError; FormatError for damaged tables and for images of a kind that is not supported, by its name;
@@ -28,9 +30,9 @@ class Image : public RandomAccess {
     static std::unique_ptr<Image> open(std::unique_ptr<RandomAccess> file,
                                        std::optional<std::string_view> password = std::nullopt);
 
-    /// Reads everything and compares the checksums of all tables and of the whole, on all cores; what has no checksum
-    /// is passed over. @throws FormatError naming the table
-    virtual void verify() const = 0;
+    /// Reads what has not been read yet and compares the checksums of all tables and of the whole, on all cores; what
+    /// has no checksum is passed over. @throws FormatError naming the table; CancellationError
+    virtual void verify(const std::stop_token& stop = {}) const = 0;
 
     /// The text of the licence agreement that a user must agree to before the disk may be used; absent when there is
     /// none. In UTF-8.

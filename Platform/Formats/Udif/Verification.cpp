@@ -2,7 +2,9 @@
 
 #include "Platform/Formats/BigEndian.hpp"
 #include "Platform/Formats/FormatError.hpp"
+#include "Support/CancellationError.hpp"
 
+#include <libdeflate.h>
 #include <zlib.h>
 
 #include <algorithm>
@@ -27,7 +29,7 @@ struct Run {
         size += next.size;
     }
     void append(std::string_view bytes) {
-        crc = static_cast<std::uint32_t>(crc32_z(crc, reinterpret_cast<const Bytef*>(bytes.data()), bytes.size()));
+        crc = libdeflate_crc32(crc, bytes.data(), bytes.size());
         size += bytes.size();
     }
 };
@@ -56,27 +58,29 @@ Run runOfPieces(std::uint64_t size, const Read& read) {
     return run;
 }
 
-Run runOf(const ChunkedDisk& disk, const Chunk& chunk) {
+Run runOf(const ChunkedDisk& disk, std::size_t number, const std::stop_token& stop) {
+    const Chunk& chunk = disk.chunks()[number];
     if (chunk.kind == ChunkKind::ignore) return {};
     if (chunk.kind == ChunkKind::zero) return zeros(chunk.size());
     if (chunk.kind == ChunkKind::raw) {
-        return runOfPieces(chunk.size(),
-                           [&](std::uint64_t offset, std::span<char> piece) { disk.readRaw(chunk, offset, piece); });
+        return runOfPieces(chunk.size(), [&](std::uint64_t offset, std::span<char> piece) {
+            checkCancellation(stop);
+            disk.readRaw(chunk, offset, piece);
+        });
     }
-    Run run;
-    run.append(disk.decode(chunk));
-    return run;
+    return {disk.checksum(number), chunk.size()};
 }
 
 /// Shares the chunks out among threads.
-std::vector<Run> runsOfChunks(const ChunkedDisk& disk) {
+std::vector<Run> runsOfChunks(const ChunkedDisk& disk, const std::stop_token& stop) {
     const std::vector<Chunk>& chunks = disk.chunks();
     std::vector<Run> runs(chunks.size());
     std::atomic<std::size_t> next = 0;
     const auto work = [&] {
         try {
             for (std::size_t index = next++; index < chunks.size(); index = next++) {
-                runs[index] = runOf(disk, chunks[index]);
+                checkCancellation(stop);
+                runs[index] = runOf(disk, index, stop);
             }
         } catch (...) {
             next = chunks.size();
@@ -102,9 +106,10 @@ void compare(const Checksum& expected, std::uint32_t found, const std::string& w
                       ", that of its bytes " + std::to_string(found));
 }
 
-void verifyDataFork(const RandomAccess& file, const Trailer& trailer) {
+void verifyDataFork(const RandomAccess& file, const Trailer& trailer, const std::stop_token& stop) {
     if (trailer.dataChecksum.type == Checksum::none) return;
     const Run run = runOfPieces(trailer.dataFork.length, [&](std::uint64_t offset, std::span<char> piece) {
+        checkCancellation(stop);
         file.read(trailer.dataFork.offset + offset, piece);
     });
     compare(trailer.dataChecksum, run.crc, "the data fork");
@@ -113,9 +118,9 @@ void verifyDataFork(const RandomAccess& file, const Trailer& trailer) {
 } // namespace
 
 void verify(const RandomAccess& file, const Trailer& trailer, const std::vector<BlockTable>& tables,
-            const ChunkedDisk& disk) {
-    auto dataFork = std::async(std::launch::async, [&] { verifyDataFork(file, trailer); });
-    const std::vector<Run> runs = runsOfChunks(disk);
+            const ChunkedDisk& disk, const std::stop_token& stop) {
+    auto dataFork = std::async(std::launch::async, [&] { verifyDataFork(file, trailer, stop); });
+    const std::vector<Run> runs = runsOfChunks(disk, stop);
     std::string tableChecksums;
     auto run = runs.begin();
     for (const BlockTable& table : tables) {

@@ -29,10 +29,16 @@ struct VolumeEntry {
     std::string linkTarget;
     /// Of the item on the volume: the same for all names of one file.
     std::uint64_t number = 0;
+    /// Where the bytes of a file begin on the disk: files that are read in this order are read front to back. 0 when it
+    /// has none of its own.
+    std::uint64_t position = 0;
 };
 
-/// Most entries of one volume, and bytes of one extended attribute.
+/// Most entries of one volume, and bytes of all their paths and of the texts of links: links to folders, and folders
+/// with long names, multiply what little a volume says.
 constexpr std::size_t volumeEntryLimit = 4'000'000;
+constexpr std::uint64_t volumeTextLimit = std::uint64_t{256} << 20;
+/// Most bytes of all extended attributes of one item: they are in memory together.
 constexpr std::uint64_t volumeAttributeLimit = std::uint64_t{64} << 20;
 
 /// A file system that is read without the help of a kernel. What the system that made it hides is left out: private

@@ -92,14 +92,14 @@ TEST(ExtractionFolder, restoresModesAndTimesLast) {
     const FileURL root = sandbox / "in";
     FileManager::createPrivateDirectory(root);
     ExtractionFolder folder(root, {});
-    folder.addFolder("closed", {.mode = 0555, .modificationTime = 1000});
+    folder.addFolder("closed", {.mode = 0555, .modificationTime = timespec{1000, 0}});
     MemorySource content("x");
-    folder.addFile("closed/program", {.mode = 04711, .modificationTime = 2000}, 1, content);
+    folder.addFile("closed/program", {.mode = 04711, .modificationTime = timespec{2000, 0}}, 1, content);
     addFile(folder, "implied/deep/file");
-    folder.addFolder("implied", {.mode = 02750, .modificationTime = 3000});
+    folder.addFolder("implied", {.mode = 02750, .modificationTime = timespec{3000, 0}});
     folder.addFolder("shut/inner", {.mode = 0});
     folder.addFolder("shut", {.mode = 0});
-    folder.addSymbolicLink("link", "nowhere", {.modificationTime = 4000});
+    folder.addSymbolicLink("link", "nowhere", {.modificationTime = timespec{4000, 0}});
     folder.finish();
     EXPECT_EQ(modeOf(root), 0700U);
     EXPECT_EQ(modeOf(root / "closed"), 0555U);

@@ -1,10 +1,6 @@
 #include "Support/FileManager.hpp"
-#include "Support/UniqueDescriptor.hpp"
+#include "Tests/Platform/Tools/PseudoTerminal.hpp"
 #include "Tests/Platform/Tools/SigningFixture.hpp"
-
-#include <pty.h>
-#include <sys/wait.h>
-#include <termios.h>
 
 namespace corvane {
 namespace {
@@ -99,63 +95,31 @@ TEST_F(Security, refusesWhatItCannotUse) {
 }
 
 /// A security process on a terminal of its own.
-class Terminal {
-  public:
-    Terminal(const FileURL& file, const FileURL& data) {
+TestSupport::PseudoTerminal importOnTerminal(const FileURL& file, const FileURL& data) {
+    return TestSupport::PseudoTerminal([&] {
         const std::string tool = TestSupport::program("libexec/corvane/security");
-        int master = -1;
-        child_ = ::forkpty(&master, nullptr, nullptr, nullptr);
-        if (child_ == 0) {
-            ::setenv("XDG_DATA_HOME", data.c_str(), 1);
-            ::execl(tool.c_str(), tool.c_str(), "import", file.c_str(), nullptr);
-            ::_exit(127);
-        }
-        master_ = UniqueDescriptor(master);
-    }
-
-    /// What the terminal shows up to some text, or up to the end.
-    std::string readUntil(std::string_view text) const {
-        std::string shown;
-        char character = 0;
-        while (shown.find(text) == std::string::npos && ::read(master_.get(), &character, 1) == 1) shown += character;
-        return shown;
-    }
-    void type(std::string_view text) const {
-        EXPECT_EQ(::write(master_.get(), text.data(), text.size()), ssize_t(text.size()));
-    }
-    bool echoes() const {
-        termios settings{};
-        return ::tcgetattr(master_.get(), &settings) == 0 && (settings.c_lflag & ECHO) != 0;
-    }
-    int wait() const {
-        int status = 0;
-        ::waitpid(child_, &status, 0);
-        return status;
-    }
-
-  private:
-    pid_t child_ = -1;
-    UniqueDescriptor master_;
-};
+        ::setenv("XDG_DATA_HOME", data.c_str(), 1);
+        ::execl(tool.c_str(), tool.c_str(), "import", file.c_str(), nullptr);
+    });
+}
 
 TEST_F(Security, asksForThePassphraseOnTheTerminal) {
     const FileURL file = sandbox.write("export.p12", hierarchy().pkcs12(hierarchy().installer(), "secret"));
-    const Terminal terminal(file, sandbox / "data");
+    const auto terminal = importOnTerminal(file, sandbox / "data");
     terminal.readUntil("export.p12: ");
     EXPECT_FALSE(terminal.echoes());
     terminal.type("secret\n");
-    EXPECT_EQ(terminal.readUntil("nothing of this kind").find("secret"), std::string::npos);
-    EXPECT_EQ(WEXITSTATUS(terminal.wait()), 0);
+    EXPECT_EQ(terminal.readUntil().find("secret"), std::string::npos);
+    EXPECT_EQ(terminal.wait(), 0);
     EXPECT_EQ(list(), line(1, hierarchy().installer()) + "     1 valid identities found\n");
 }
 
 TEST_F(Security, leavesTheTerminalAsItWasWhenInterrupted) {
     const FileURL file = sandbox.write("export.p12", hierarchy().pkcs12(hierarchy().installer(), "secret"));
-    const Terminal terminal(file, sandbox / "data");
+    const auto terminal = importOnTerminal(file, sandbox / "data");
     terminal.readUntil("export.p12: ");
     terminal.type("sec\x03");
-    const int status = terminal.wait();
-    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGINT) << status;
+    EXPECT_EQ(terminal.wait(), 128 + SIGINT);
     EXPECT_TRUE(terminal.echoes());
 }
 

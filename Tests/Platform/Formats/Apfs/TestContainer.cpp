@@ -146,7 +146,11 @@ class ContainerBuilder {
     }
 
     void writeFileTree() {
-        const auto order = [](const TreeRecord& each) { return std::tie(each.object, each.type, each.key); };
+        const auto order = [](const TreeRecord& each) {
+            std::string key = each.key;
+            if (each.type == 8) std::ranges::reverse(key); // an offset
+            return std::tuple(each.object, each.type, std::move(key));
+        };
         std::ranges::sort(records_, {}, order);
         Pairs leaf, children;
         const auto write = [&] {

@@ -174,7 +174,7 @@ TEST(ApfsVolume, isRefusedWhenDamaged) {
         {"an extent of 2^55 bytes", text(eight(4096) + eight(127), eight(std::uint64_t{1} << 55) + eight(127)),
          "passes the end"},
         {"a file of 2^63 bytes", text(eight(12) + eight(0), eight(std::uint64_t{1} << 63) + eight(0)), "8 EiB"},
-        {"an attribute of 1 GiB", text(eight(10000) + eight(0), eight(1 << 30) + eight(0)), "at most 64 MiB"},
+        {"an attribute of 1 GiB", text(eight(10000) + eight(0), eight(1 << 30) + eight(0)), "more than 64 MiB"},
     };
     const std::string sound = testContainer(items);
     for (const auto& each : cases) {

@@ -4,6 +4,7 @@
 #include "Platform/Formats/FormatError.hpp"
 #include "Platform/Formats/HfsPlus/Volume.hpp"
 #include "Tests/Platform/Formats/CompressedFile/TestCompression.hpp"
+#include "Tests/Platform/Formats/HfsPlus/TestFeatures.hpp"
 #include "Tests/Platform/Formats/HfsPlus/TestVolume.hpp"
 #include "Tests/Platform/Formats/MemoryAccess.hpp"
 #include "Tests/TestSupport.hpp"
@@ -16,99 +17,12 @@ namespace corvane::HfsPlus {
 namespace {
 
 using TestSupport::MemoryAccess;
+using TestSupport::everyFeature;
+using TestSupport::TestFeatures;
 using TestSupport::TestItem;
 using TestSupport::TestTree;
 using TestSupport::testVolume;
 using TestSupport::TestVolumeOptions;
-
-std::string text(std::size_t size) {
-    std::string result;
-    for (std::size_t line = 0; result.size() < size; ++line) result += "line " + std::to_string(line) + "\n";
-    return result.substr(0, size);
-}
-
-TestItem compressed(std::uint32_t kind, const std::string& plain) {
-    TestSupport::TestCompression stored = TestSupport::testCompression(kind, plain);
-    TestItem item{.resourceFork = std::move(stored.resourceFork), .ownerFlags = 0x20};
-    item.attributes["com.apple.decmpfs"] = std::move(stored.attribute);
-    return item;
-}
-
-/// What a volume is made of, and how it is to appear.
-struct Case {
-    TestTree stored;
-    TestTree plain;
-
-    void add(const std::string& path, const TestItem& item) { stored[path] = plain[path] = item; }
-    void add(const std::string& path, const TestItem& item, const TestItem& seen) {
-        stored[path] = item;
-        plain[path] = seen;
-    }
-};
-
-void addFiles(Case& made) {
-    made.add("empty", {});
-    made.add("scattered", {.data = text(31 * 4096 - 5), .resourceFork = text(40000), .extents = 31});
-    made.add("owned",
-             {.mode = 0106755, .data = "set-id", .owner = 99, .group = 98, .modified = 0xFFFFFFFF - 2082844800});
-    made.add("no mode", {.mode = 0}, {.mode = 0100644});
-    made.add("a:b", {.data = "slash"});
-    made.add("e\xCC\x81t\xC3\xA6 \xE6\xBC\xA2 \xF0\x9F\x8D\x8E", {.data = "names"});
-    made.add("to file", {.mode = 0120755, .data = "Many/file 7"});
-    made.add("to root", {.mode = 0120777, .data = "/Applications"});
-    for (int index = 0; index < 400; ++index) {
-        made.add("Many/file " + std::to_string(index), {.data = std::to_string(index)});
-    }
-    made.add("Closed", {.mode = 040555});
-    made.add("Closed/inner", {.data = "inner"});
-    for (const std::uint32_t kind : {3U, 4U, 7U, 8U, 9U, 10U, 11U, 12U}) {
-        const std::string plain = text(kind % 2 == 0 ? 100'000 : 500);
-        made.add("Compressed/" + std::to_string(kind), compressed(kind, plain), {.data = plain});
-    }
-}
-
-void addAttributes(Case& made) {
-    TestItem item{.data = "data", .resourceFork = "fork", .extents = 20};
-    item.attributes = {{"inline", "value"},
-                       {"empty", ""},
-                       {"odd", "abc"},
-                       {"own fork", text(8158)},
-                       {"further extents", text(100'000)},
-                       {"name \xE6\xBC\xA2", "n"}};
-    TestItem seen = item;
-    item.attributes["com.apple.system.Security"] = "hidden";
-    // The bytes that are the file system's own are zeroed.
-    item.finderInfo = "TEXTttxt12345678" + std::string(8, 'x') + "abcdyyyy";
-    seen.attributes[ExtendedAttributes::finderInfo] =
-        "TEXTttxt12345678" + std::string(8, '\0') + "abcd" + std::string(4, '\0');
-    made.add("attributes", item, seen);
-    TestItem folder{.mode = 040755};
-    folder.attributes["of a folder"] = "yes";
-    made.add("Closed", folder);
-    made.add(".", folder);
-}
-
-/// Several names have one number; all show the same item.
-void addLinks(Case& made) {
-    TestItem file{.data = text(5000), .resourceFork = "fork"};
-    file.attributes["shared"] = "yes";
-    made.add("Links/file", file);
-    made.add("Links/second", {.linkOf = "Links/file"}, file);
-    made.add("third", {.linkOf = "Links/file"}, file);
-    made.add("Links/Folder", {.mode = 040750});
-    made.add("Links/Folder/below", {.data = "below"});
-    made.add("Other", {.linkOf = "Links/Folder"}, {.mode = 040750});
-    made.plain["Other/below"] = {.data = "below"};
-}
-
-Case everything() {
-    Case made;
-    addFiles(made);
-    addAttributes(made);
-    addLinks(made);
-    for (const char* folder : {"Many", "Links", "Compressed"}) made.plain.emplace(folder, TestItem{.mode = 040755});
-    return made;
-}
 
 void compare(const Volume& volume, const VolumeEntry& entry, const TestItem& expected) {
     SCOPED_TRACE(entry.path);
@@ -146,7 +60,7 @@ std::string wrapped(const std::string& inner) {
 }
 
 TEST(HfsPlusVolume, showsWhatWasPutIn) {
-    const Case made = everything();
+    const TestFeatures made = everyFeature();
     const std::string first = testVolume(made.stored);
     for (const auto& [name, disk] : std::map<std::string, std::string>{
              {"plain", first},
@@ -164,7 +78,7 @@ TEST(HfsPlusVolume, showsWhatWasPutIn) {
 }
 
 TEST(HfsPlusVolume, keepsTheOrderAndTheNumbersOfNames) {
-    const MemoryAccess disk(testVolume(everything().stored));
+    const MemoryAccess disk(testVolume(everyFeature().stored));
     const Volume volume(disk);
     std::map<std::string, std::uint64_t> numbers;
     for (const VolumeEntry& each : volume.entries()) {
@@ -229,10 +143,10 @@ class Damage {
 
   private:
     static TestTree tree() {
-        TestTree tree{{"one", {.data = text(9000)}}, {"two", {.data = text(9000), .extents = 2}}, {"Folder/in", {}}};
+        TestTree tree{{"one", {.data = TestSupport::testText(9000)}}, {"two", {.data = TestSupport::testText(9000), .extents = 2}}, {"Folder/in", {}}};
         for (int index = 0; index < 20; ++index) tree["more" + std::to_string(index)] = {};
-        tree["scattered"] = {.data = text(40 * 4096), .extents = 12};
-        tree["two"].attributes = {{"value", "v"}, {"long", text(4096)}};
+        tree["scattered"] = {.data = TestSupport::testText(40 * 4096), .extents = 12};
+        tree["two"].attributes = {{"value", "v"}, {"long", TestSupport::testText(4096)}};
         return tree;
     }
 
@@ -363,12 +277,12 @@ TEST(HfsPlusVolume, refusesNamesAndShapes) {
         {"folder link", made({{"link", folderLink}}), "the item of hard link \"link\" as dir_1, found none"},
         {"circle", made({{"A/b", {}}, {"A/C/again", {.linkOf = "A"}}}), "within itself"},
         {"empty link", made({{"link", {.mode = 0120755}}}), "expected a link of 1 to 4096 bytes"},
-        {"long link", made({{"link", {.mode = 0120755, .data = text(5000)}}}), "found one of 5000"},
+        {"long link", made({{"link", {.mode = 0120755, .data = TestSupport::testText(5000)}}}), "found one of 5000"},
         {"zero in a link", made({{"link", {.mode = 0120755, .data = std::string(2, '\0')}}}), "found a zero byte"},
         {"kind 13",
          made({{"file",
                 [] {
-                    TestItem item = compressed(3, "text");
+                    TestItem item = TestSupport::compressedItem(3, "text");
                     item.attributes["com.apple.decmpfs"][4] = 13;
                     return item;
                 }()}}),

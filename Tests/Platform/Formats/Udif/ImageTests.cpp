@@ -1,9 +1,12 @@
 #include "Platform/Formats/FormatError.hpp"
+#include "Platform/Formats/Gzip/Writer.hpp"
 #include "Platform/Formats/PartitionMap/PartitionMap.hpp"
 #include "Platform/Formats/Udif/Adc.hpp"
+#include "Platform/Formats/Udif/ChunkedDisk.hpp"
 #include "Platform/Formats/Udif/EncryptedAccess.hpp"
 #include "Platform/Formats/Udif/Image.hpp"
 #include "Platform/Formats/Udif/Licence.hpp"
+#include "Tests/Platform/Formats/MemoryAccess.hpp"
 #include "Tests/Platform/Formats/Udif/TestImage.hpp"
 #include "Tests/TestSupport.hpp"
 
@@ -96,6 +99,32 @@ TEST_F(UdifImage, isReadByManyThreads) {
     for (std::future<bool>& reader : readers) EXPECT_TRUE(reader.get());
 }
 
+/// What is wrong with a chunk that was decoded in the background is said to whoever reads it, each time.
+TEST_F(UdifImage, isReadAheadPastDamage) {
+    constexpr std::size_t size = 8192;
+    const std::string disk = text(100 * size);
+    std::string bytes = TestImage::image({{disk, {ChunkKind::zlib}}}, {.chunkSize = size});
+    bytes.replace(bytes.find(Gzip::compressed(disk.substr(50 * size, size), Gzip::Framing::zlib, 6)) + 100, 4, "junk");
+    const auto image = open(bytes);
+    std::string piece(size / 4, '\0');
+    for (std::size_t at = 0; at < disk.size(); at += piece.size()) {
+        SCOPED_TRACE(at);
+        const std::string error = errorOf([&] { image->read(at, piece); });
+        EXPECT_EQ(error.find("disk image: the chunk of sector 800 is damaged") == 0, at / size == 50) << error;
+        EXPECT_TRUE(at / size == 50 || disk.compare(at, piece.size(), piece) == 0);
+    }
+    EXPECT_NE(errorOf([&] { image->verify(); }), "");
+}
+
+TEST_F(UdifImage, isVerifiedAfterItWasRead) {
+    const std::string disk = text(200 * 512);
+    for (const std::uint32_t error : {0U, 1U}) {
+        const auto image = open(TestImage::image({{disk}}, {.chunkSize = 8192, .tableError = error}));
+        EXPECT_TRUE(contentOf(*image) == disk);
+        EXPECT_EQ(errorOf([&] { image->verify(); }).empty(), error == 0);
+    }
+}
+
 /// Changes bytes of an image, found by the text before them.
 std::string changed(std::string image, const std::string& anchor, std::size_t distance, const std::string& bytes) {
     return image.replace(image.rfind(anchor) + distance, bytes.size(), bytes);
@@ -134,6 +163,10 @@ TEST_F(UdifImage, namesWhatIsWrong) {
         EXPECT_NE(errorOf([&] { open(item.image)->verify(); }).find(item.error), std::string::npos)
             << errorOf([&] { open(item.image)->verify(); });
     }
+    const TestSupport::MemoryAccess file(disk);
+    const Chunk whole{.kind = ChunkKind::raw, .sectorCount = 8, .length = 4096};
+    const Chunk shared{.kind = ChunkKind::raw, .firstSector = 8, .sectorCount = 1, .length = 512};
+    EXPECT_THROW(ChunkedDisk(file, 0, {whole, shared}), FormatError);
     sandbox_.write("Bundle/bands/0", disk);
     EXPECT_THROW(Image::open(sandbox_ / "Bundle"), FormatError);
     EXPECT_EQ(contentOf(*open(disk)), disk);

@@ -87,7 +87,8 @@ class ImageWriter {
             if (kind == ChunkKind::zero) plain.assign(plain.size(), '\0');
             if (kind != ChunkKind::ignore) tableCrc = crc(plain, tableCrc);
         }
-        chunks += chunk(ChunkKind::comment, 0, 0, "") + chunk(ChunkKind::end, bytes.size() / 512, 0, "");
+        chunks +=
+            chunk(ChunkKind::comment, bytes.size() / 512, 0, "") + chunk(ChunkKind::end, bytes.size() / 512, 0, "");
         tableCrc += options_.tableError;
         const std::string head = "mish" + big(1, 4) + big(sectors_, 8) + big(bytes.size() / 512, 8) +
                                  big(options_.dataOffset, 8) + big(2056, 4) + padded("", 28);
