@@ -17,9 +17,7 @@ FileURL runFlow(Context& context) {
     if (!configuration.componentIdentifiersToRemove.empty()) {
         throw PipelineError::invalidInput("Component removal only applies to recompress jobs");
     }
-    if (configuration.action == PipelineAction::dmgToPkg) {
-        throw PipelineError::invalidInput("Converting disk images is not part of this build yet");
-    }
+    if (configuration.action == PipelineAction::dmgToPkg) return Packaging::runDMGToPkg(context);
     return Packaging::runSignOnly(context);
 }
 

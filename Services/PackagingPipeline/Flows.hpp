@@ -9,5 +9,6 @@ namespace corvane::Packaging {
 /// PropertyList::Error for what packages bring
 FileURL runSignOnly(Context& context);
 FileURL runRecompress(Context& context);
+FileURL runDMGToPkg(Context& context);
 
 } // namespace corvane::Packaging
