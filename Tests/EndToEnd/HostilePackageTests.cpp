@@ -35,16 +35,6 @@ class HostilePackageTest : public testing::Test {
         machine.sandbox().write("home/canary/file", "untouched");
     }
 
-    /// Every file and folder of the machine but the results, with owner, mode, size, and time of what is no folder.
-    std::string snapshot() const {
-        return run({"sh", "-c",
-                    "find . -path ./out/'*' -o -path ./in/'*' -o -path './temporary/test-*' -o -name '*.calls' -o "
-                    "-type d -printf '%p %m %u\\n' -o "
-                    "-printf '%p %m %u %s %T@ %n %l\\n' | sort"},
-                   {.folder = machine.sandbox().url()})
-            .output;
-    }
-
     void expectRefusal(const std::string& errors, const std::string& reason) const {
         EXPECT_NE(errors.find(reason), std::string::npos) << errors;
         EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), 2) << errors;
@@ -83,13 +73,13 @@ class HostilePackageTest : public testing::Test {
     }
 
     void expectContained(const std::vector<Case>& cases) const {
-        const std::string before = snapshot();
+        const std::string before = machine.snapshot();
         for (const Case& each : cases) {
             SCOPED_TRACE(each.name);
             const FileURL package = machine.sandbox().write("in/vendor.pkg", each.package);
             expand(each, package);
             recompress(each, package);
-            EXPECT_EQ(snapshot(), before);
+            EXPECT_EQ(machine.snapshot(), before);
         }
     }
 

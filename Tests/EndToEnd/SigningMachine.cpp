@@ -78,6 +78,11 @@ FileURL SigningMachine::makeProduct(std::string_view name, std::size_t payloadSi
     return package;
 }
 
+void SigningMachine::trust(const std::string& certificate) const {
+    require(
+        run({realTool("security").string(), "add-trusted-cert", sandbox_.write("trusted.der", certificate).string()}));
+}
+
 Outcome SigningMachine::corvane(const std::vector<std::string>& arguments) const {
     Outcome outcome;
     const auto streams = std::make_shared<CLIStreams>([&](std::string_view text) { outcome.output += text; },
@@ -99,5 +104,13 @@ void SigningMachine::before(std::string_view tool, std::string_view script) cons
 
 std::vector<std::string> SigningMachine::temporaryFiles() const { return names(sandbox_ / "temporary"); }
 std::vector<std::string> SigningMachine::outputFiles() const { return names(sandbox_ / "out"); }
+
+std::string SigningMachine::snapshot() const {
+    return run({"sh", "-c",
+                "find . -path './out/*' -o -path './in/*' -o -path './temporary/test-*' -o -path './home/state*' -o "
+                "-name '*.calls' -o -type d -printf '%p %m %u\\n' -o -printf '%p %m %u %s %T@ %n %l\\n' | sort"},
+               {.folder = sandbox_.url()})
+        .output;
+}
 
 } // namespace corvane::TestSupport

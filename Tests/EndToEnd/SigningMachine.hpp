@@ -30,6 +30,9 @@ class SigningMachine {
     /// An unsigned product package with a component, scripts and a payload file of some size, in "in/".
     FileURL makeProduct(std::string_view name = "Harbor Tools.pkg", std::size_t payloadSize = 4096) const;
 
+    /// Makes a certificate, as DER, one of the administrator's trusted roots.
+    void trust(const std::string& certificate) const;
+
     /// Runs the command line in this process, without waiting between signing retries.
     Outcome corvane(const std::vector<std::string>& arguments) const;
 
@@ -41,6 +44,10 @@ class SigningMachine {
     std::vector<std::string> temporaryFiles() const;
     std::vector<std::string> outputFiles() const;
 
+    /// Every file and folder of the machine but inputs, results and records of mounts, with owner, mode, and size, time
+    /// and target of what is no folder.
+    std::string snapshot() const;
+
   private:
     void setEnvironment(const std::string& name, const std::string& value);
     void setUpKeychain() const;
@@ -51,8 +58,9 @@ class SigningMachine {
     SystemTool::Override override_{sandbox_ / "tools"};
 };
 
-/// The tools that jobs on packages call.
-inline const std::vector<std::string> jobTools{"security", "pkgutil",      "spctl", "productsign", "installer",
-                                               "pkgbuild", "productbuild", "lsbom", "diff"};
+/// The tools that jobs call.
+inline const std::vector<std::string> jobTools{"security", "pkgutil", "spctl", "productsign",  "installer",
+                                               "pkgbuild", "lsbom",   "diff",  "productbuild", "hdiutil",
+                                               "codesign", "ditto",   "xattr", "plutil",       "open"};
 
 } // namespace corvane::TestSupport
