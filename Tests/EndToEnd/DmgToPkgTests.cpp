@@ -41,21 +41,22 @@ class DmgToPkgTest : public testing::Test {
         return machine.sandbox().write("in/Vendor.dmg", imageOfFolder(folder, options));
     }
 
-    /// @param isAttributed its files carry attributes, which are companions in the package
-    void expectProven(const FileURL& application, const FileURL& package, bool isAttributed = false) const {
+    /// @param attributed the entries that carry extended attributes on the volume
+    void expectProven(const FileURL& application, const FileURL& package, const Strings& attributed = {}) const {
         Strings command{source("Tests/EndToEnd/prove-from-image").string(), application.string(), package.string()};
-        if (isAttributed) command.push_back("attributed");
+        command.insert(command.end(), attributed.begin(), attributed.end());
         EXPECT_EQ(run(command).errors, "");
     }
     /// @param result the output's name, or the refusal
-    void expectResult(const FileURL& image, const std::string& result, const Strings& options) const {
+    void expectResult(const FileURL& image, const std::string& result, const Strings& attributed,
+                      const Strings& options) const {
         const Outcome outcome = convert(image, options);
         if (!result.ends_with(".pkg")) {
             EXPECT_EQ(outcome.status, 1);
             EXPECT_TRUE(outcome.errors.ends_with("\ncorvane: " + result + "\n")) << outcome.errors;
         } else {
             EXPECT_EQ(outcome.output, output(result).string() + "\n") << outcome.errors;
-            expectProven(outsideExtraction(image, machine / "outside"), output(result));
+            expectProven(outsideExtraction(image, machine / "outside"), output(result), attributed);
             FileManager::removeItem(machine / "outside");
             FileManager::removeItem(output(result));
         }
@@ -80,20 +81,33 @@ class DmgToPkgTest : public testing::Test {
 
 TEST_F(DmgToPkgTest, convertsRealImages) {
     CORVANE_REQUIRE_SAMPLES();
+    const std::string extensions = "/Contents/Library/SystemExtensions/";
+    const std::string driver = "CH34xVCPDriver.app" + extensions + "cn.wch.CH34xVCPDriver.dext";
+    const std::string client = "Karabiner-DriverKit-VirtualHIDDeviceClient.app";
+    const std::string manager = "Karabiner-DriverKit-ExtensionManager.app";
+    const std::string profile = "/embedded.provisionprofile";
     const struct {
         const char* image;
         /// What becomes of it without options; the output's name, or the refusal.
         const char* result;
         /// The same when untrusted applications are let through.
         const char* untrusted;
+        Strings attributed = {};
     } cases[] = {
-        {"karabiner-client-0.20.0-signed-stapled-ulfo", "Karabiner-DriverKit-VirtualHIDDeviceClient-0.20.0.pkg",
-         nullptr},
-        {"karabiner-extmgr-0.17.0-signed-stapled-ulfo", "Karabiner-DriverKit-ExtensionManager-0.17.0.pkg", nullptr},
-        {"ch34xvcp-2025-pkg-inside", "CH34xVCPDriver-1.9.pkg", nullptr},
+        {"karabiner-client-0.20.0-signed-stapled-ulfo",
+         "Karabiner-DriverKit-VirtualHIDDeviceClient-0.20.0.pkg",
+         nullptr,
+         {client + "/Contents" + profile}},
+        {"karabiner-extmgr-0.17.0-signed-stapled-ulfo",
+         "Karabiner-DriverKit-ExtensionManager-0.17.0.pkg",
+         nullptr,
+         {manager + extensions + "org.pqrs.Karabiner-DriverKit-VirtualHIDDevice.dext" + profile,
+          manager + "/Contents" + profile}},
+        {"ch34xvcp-2025-pkg-inside", "CH34xVCPDriver-1.9.pkg", nullptr, {driver, driver + "/Info.plist"}},
         {"karabiner-client-0.10.0-signed-unstapled-ulfo",
          "Gatekeeper rejects Karabiner-DriverKit-VirtualHIDDeviceClient.app (not notarized/trusted)",
-         "Karabiner-DriverKit-VirtualHIDDeviceClient-0.10.0.pkg"},
+         "Karabiner-DriverKit-VirtualHIDDeviceClient-0.10.0.pkg",
+         {client + "/Contents" + profile}},
         {"relic_dummy", "Gatekeeper rejects dummy.app (not notarized/trusted)", "dummy-1.0.pkg"},
         {"sparkle_SparkleTestCodeSign_apfs", "Vendor code signature is invalid or missing",
          "Cannot read CFBundleShortVersionString from Info.plist"},
@@ -107,8 +121,9 @@ TEST_F(DmgToPkgTest, convertsRealImages) {
     for (const auto& each : cases) {
         SCOPED_TRACE(each.image);
         const FileURL image = *samples() / "dmg" / (std::string(each.image) + ".dmg");
-        expectResult(image, each.result, {"--unsigned"});
-        if (each.untrusted != nullptr) expectResult(image, each.untrusted, {"--unsigned", "--allow-untrusted"});
+        expectResult(image, each.result, each.attributed, {"--unsigned"});
+        if (each.untrusted == nullptr) continue;
+        expectResult(image, each.untrusted, each.attributed, {"--unsigned", "--allow-untrusted"});
     }
 }
 
@@ -209,6 +224,8 @@ TEST_F(DmgToPkgTest, decidesOnMadeApplications) {
         std::string warning;
         /// Of a file on the image.
         std::string finderInfo;
+        /// The files that keep it in the package: a normalized copy has none.
+        Strings attributed = {};
     } cases[] = {
         {"ad hoc", plain, gatekeeper, "(TeamIdentifier=not set)\n" + warning, ""},
         {"administrator", made(administratorSignature()), gatekeeper, warning, ""},
@@ -216,7 +233,12 @@ TEST_F(DmgToPkgTest, decidesOnMadeApplications) {
         {"changed", changed, invalid, invalidWarning, ""},
         {"unsigned", unsignedTool, invalid, invalidWarning, ""},
         {"Finder information", plain, gatekeeper, normalized, std::string(8, 'F') + std::string(24, '\0')},
-        {"changed, Finder information", changed, invalid, invalidWarning, std::string(8, 'F') + std::string(24, '\0')},
+        {"changed, Finder information",
+         changed,
+         invalid,
+         invalidWarning,
+         std::string(8, 'F') + std::string(24, '\0'),
+         {"Tool.app/Contents/Resources/a.txt"}},
     };
     machine.trust(world.adminRoot.certificate.der());
     for (const auto& each : cases) {
@@ -233,7 +255,7 @@ TEST_F(DmgToPkgTest, decidesOnMadeApplications) {
         const Outcome passed = convert(image, {"--unsigned", "--allow-untrusted"});
         EXPECT_NE(passed.errors.find(each.warning), std::string::npos) << passed.errors;
         EXPECT_EQ(passed.output, output("Tool-1.2.pkg").string() + "\n");
-        expectProven(volume / "Tool.app", output("Tool-1.2.pkg"), !each.finderInfo.empty());
+        expectProven(volume / "Tool.app", output("Tool-1.2.pkg"), each.attributed);
         FileManager::removeItem(output("Tool-1.2.pkg"));
         FileManager::removeItem(volume);
         expectNothingLeft();
@@ -367,14 +389,16 @@ TEST_F(InteractionTest, jobsOnOneImageDoNotMeet) {
             const FileURL folder = machine / ("out-" + std::to_string(number));
             FileManager::createDirectory(folder);
             jobs.emplace_back([&, number, folder] {
-                outcomes[number] = run({program("bin/corvane").string(), "dmg-to-pkg", input.string(), "--unsigned",
-                                        "--allow-untrusted", "--output-dir", folder.string()});
+                outcomes[number] =
+                    run({"env", "SOURCE_DATE_EPOCH=1700000000", program("bin/corvane").string(), "dmg-to-pkg",
+                         input.string(), "--unsigned", "--allow-untrusted", "--output-dir", folder.string()});
             });
         }
     }
     for (std::size_t number = 0; number < outcomes.size(); ++number) {
         EXPECT_EQ(outcomes[number].status, 0) << outcomes[number].errors;
-        EXPECT_EQ(read(machine / ("out-" + std::to_string(number)) / "Tool-1.pkg"), read(machine / "out-0/Tool-1.pkg"));
+        EXPECT_TRUE(read(machine / ("out-" + std::to_string(number)) / "Tool-1.pkg") ==
+                    read(machine / "out-0/Tool-1.pkg"));
     }
     expectNothingLeft();
 }
