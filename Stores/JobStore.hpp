@@ -20,12 +20,10 @@ namespace corvane {
 /// A front end installs a `MainExecutor`, names the portable tools where the system has none (`SystemTool.hpp`), makes
 /// a store, observes it and calls `start`. On every notification it shows the property that changed:
 ///
-/// - `steps`, with a mark each when in `startedSteps` and when in `finishedSteps`; `title` of `PipelineModels.hpp`
-/// gives
-///   the text. A step that has started and not finished is the one at work, or where the job has ended.
+/// - `steps`, each marked when it is in `startedSteps` and when in `finishedSteps`; `title` gives a step's text. A step
+///   that has started and not finished is the one at work, or the one where the job has ended.
 /// - `logLines`, at the end of which new ones appear.
-/// - `mountInteraction`: while present, a question to the user, answered by `continueAfterMountInteraction` or
-/// `cancel`.
+/// - `mountInteraction`: while present, a question, answered by `continueAfterMountInteraction` or `cancel`.
 /// - `untimestampedSigningApprovalRequired`: while true, a question, answered by `continueWithoutTrustedTimestamp` or
 ///   `cancel`. A question disappears when it is answered, and when the job ends.
 /// - `phase`: `Running` from `start` on, and at last the result: `Finished`, `Failed` or `Cancelled`.
