@@ -37,9 +37,9 @@ install(FILES ${PROJECT_BINARY_DIR}/CorvaneConfig.cmake ${PROJECT_BINARY_DIR}/Co
 set(pkgConfigFolder ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX}/${pkgConfigFolder}
   OUTPUT_VARIABLE prefixOfPkgConfig)
-set(privateModules "libxml-2.0 libutf8proc")
+set(requiredModules "libxml-2.0 libutf8proc")
 if(NOT APPLE)
-  string(APPEND privateModules " uuid")
+  string(APPEND requiredModules " uuid")
 endif()
 configure_file(cmake/corvane.pc.in ${PROJECT_BINARY_DIR}/corvane.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/corvane.pc DESTINATION ${pkgConfigFolder} COMPONENT Development)
