@@ -1,4 +1,5 @@
 #include "Platform/Formats/BigEndian.hpp"
+#include "Platform/Formats/ExtendedAttributes/ExtendedAttributes.hpp"
 #include "Support/PropertyList.hpp"
 #include "Tests/Platform/Tools/MountFixture.hpp"
 
@@ -55,7 +56,7 @@ std::string value(const PropertyList::Value& list, const char* key) {
 }
 
 TEST_F(Hdiutil, attachesListsAndDetaches) {
-    sandbox.write("a.dmg", image({{".", {.mode = 040555}},
+    sandbox.write("a.dmg", image({{".", {.mode = 040555, .attributes = {{"com.example.note", "volume"}}}},
                                   {"closed", {.mode = 040555}},
                                   {"closed/deep", {.mode = 040000}},
                                   {"closed/file", {.mode = 0100444, .data = "content"}},
@@ -72,6 +73,7 @@ TEST_F(Hdiutil, attachesListsAndDetaches) {
                                    mountPoint.string() + "\n");
     EXPECT_EQ(TestSupport::read(mountPoint / "closed/file"), "content");
     EXPECT_EQ(FileManager::itemStatus(mountPoint).st_mode & 07777U, 0755U);
+    EXPECT_EQ(ExtendedAttributes::value(mountPoint, "com.example.note"), "volume");
 
     const auto list = PropertyList::parse(hdiutil({"info", "-plist"}).output, "info");
     ASSERT_NE(list.find("images"), nullptr);
@@ -87,6 +89,7 @@ TEST_F(Hdiutil, attachesListsAndDetaches) {
 
     EXPECT_EQ(hdiutil({"detach", "alias"}).output, "\"disk4\" ejected.\n");
     EXPECT_EQ(namesIn(mountPoint), Names{});
+    EXPECT_EQ(ExtendedAttributes::names(mountPoint), Names{});
     EXPECT_EQ(FileManager::itemStatus(mountPoint).st_mode & 07777U, 0710U);
     EXPECT_TRUE(FileManager::fileExists(sandbox / "outside/kept"));
     const Outcome again = hdiutil({"detach", "mnt"});
