@@ -58,7 +58,9 @@ class Authority(http.server.BaseHTTPRequestHandler):
 
     def do_POST(self):
         query = self.rfile.read(int(self.headers["Content-Length"]))
-        if self.server.is_down:
+        if self.server.mode == "silent":
+            return self.server.closing.wait()
+        if self.server.mode == "down":
             return self.send_error(503)
         with tempfile.TemporaryDirectory() as name:
             folder = pathlib.Path(name)
@@ -102,6 +104,7 @@ class ScratchMachine:
         return self
 
     def __exit__(self, *_):
+        self.authority.closing.set()
         self.authority.shutdown()
         self.authority.server_close()
         self._folder.cleanup()
@@ -123,7 +126,8 @@ class ScratchMachine:
                          ["keyUsage=critical,digitalSignature", "extendedKeyUsage=critical,timeStamping"])
         self.authority = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Authority)
         self.authority.folder = self.certificates
-        self.authority.is_down = False
+        self.authority.mode = "good"
+        self.authority.closing = threading.Event()
         threading.Thread(target=self.authority.serve_forever, daemon=True).start()
 
     def make_identity(self):
