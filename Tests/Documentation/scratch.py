@@ -58,6 +58,7 @@ class Authority(http.server.BaseHTTPRequestHandler):
 
     def do_POST(self):
         query = self.rfile.read(int(self.headers["Content-Length"]))
+        self.server.asked.set()
         if self.server.mode == "silent":
             return self.server.closing.wait()
         if self.server.mode == "down":
@@ -127,7 +128,7 @@ class ScratchMachine:
         self.authority = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Authority)
         self.authority.folder = self.certificates
         self.authority.mode = "good"
-        self.authority.closing = threading.Event()
+        self.authority.asked, self.authority.closing = threading.Event(), threading.Event()
         threading.Thread(target=self.authority.serve_forever, daemon=True).start()
 
     def make_identity(self):
