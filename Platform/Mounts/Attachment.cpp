@@ -3,6 +3,7 @@
 #include "Platform/Formats/CodeSignature/Blob.hpp"
 #include "Platform/Formats/CodeSignature/SuperBlob.hpp"
 #include "Platform/Formats/DiskImage/VolumeExtraction.hpp"
+#include "Platform/Formats/ExtendedAttributes/ExtendedAttributes.hpp"
 #include "Platform/Formats/NotarizationTicket/TicketStore.hpp"
 #include "Platform/Formats/Udif/EncryptedAccess.hpp"
 #include "Platform/Formats/Udif/Image.hpp"
@@ -88,6 +89,11 @@ MountRecord record(const FileURL& url, const Udif::Image& image, const Mountable
     return record;
 }
 
+/// A mount point that goes back to its owner is as empty as it came.
+void removeAttributes(const FileURL& folder) {
+    for (const std::string& name : ExtendedAttributes::names(folder)) ExtendedAttributes::remove(folder, name);
+}
+
 } // namespace
 
 MountRecord attach(const FileURL& image, const std::optional<FileURL>& mountPoint, MountConsent& consent,
@@ -109,6 +115,11 @@ MountRecord attach(const FileURL& image, const std::optional<FileURL>& mountPoin
 
 void detach(const MountRecord& record, bool force) {
     clearFolder(record.mountPoint, record.folder, force);
+    try {
+        removeAttributes(record.mountPoint);
+    } catch (const std::runtime_error&) {
+        if (!force) throw;
+    }
     MountRegistry::ofUser().remove(record, [&] {
         const auto check = [&](int result) {
             if (result != 0 && !force) throw FileError("Cannot remove", record.mountPoint, lastSystemError());

@@ -133,7 +133,7 @@ std::map<std::string, std::string> Volume::attributes(const VolumeEntry& entry) 
     std::uint64_t room = volumeAttributeLimit;
     std::map<std::string, std::string> result;
     for (const Attribute& each : tree_.attributesOf(inode.number)) {
-        if (each.name == linkAttribute) continue;
+        if (each.name == linkAttribute || each.name.starts_with(systemAttributePrefix)) continue;
         if (isCompressed && (each.name == CompressedFile::attributeName || each.name == resourceForkAttribute))
             continue;
         if (each.size > room) fail(entry.path, "has attributes of more than 64 MiB");

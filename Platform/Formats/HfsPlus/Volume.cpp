@@ -16,7 +16,6 @@ namespace {
 
 /// Among an item's owner flags.
 constexpr std::uint8_t compressedFlag = 0x20;
-constexpr const char* systemPrefix = "com.apple.system.";
 
 /// Of the bytes behind the type, those that the file system uses itself are not the Finder's: the document's number
 /// and the date at which it was added, and the count of writes. A link's type and creator say that it is one.
@@ -124,7 +123,7 @@ std::map<std::string, std::string> Volume::attributes(const VolumeEntry& entry) 
     const Item& item = hierarchy_.item(static_cast<std::uint32_t>(entry.number));
     std::uint64_t room = volumeAttributeLimit;
     std::map<std::string, std::string> found = attributes_.values(item.number, room);
-    std::erase_if(found, [](const auto& each) { return each.first.starts_with(systemPrefix); });
+    std::erase_if(found, [](const auto& each) { return each.first.starts_with(systemAttributePrefix); });
     std::string info = finderInfo(item);
     if (!isBlankAttribute(ExtendedAttributes::finderInfo, info)) {
         found[ExtendedAttributes::finderInfo] = std::move(info);

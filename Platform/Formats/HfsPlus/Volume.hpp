@@ -16,8 +16,7 @@
 namespace corvane::HfsPlus {
 
 /// A volume of Mac OS Extended, journaled or not, with names that differ by case or not, bare or wrapped in one of the
-/// older kind. Its journal is not replayed: images are made of volumes that were put away in order. Attributes named
-/// "com.apple.system." belong to the system and are left out.
+/// older kind. Its journal is not replayed: images are made of volumes that were put away in order.
 class Volume : public corvane::Volume {
   public:
     /// Whether a disk holds such a volume, whole or damaged.

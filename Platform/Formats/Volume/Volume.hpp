@@ -40,6 +40,8 @@ constexpr std::size_t volumeEntryLimit = 4'000'000;
 constexpr std::uint64_t volumeTextLimit = std::uint64_t{256} << 20;
 /// Most bytes of all extended attributes of one item: they are in memory together.
 constexpr std::uint64_t volumeAttributeLimit = std::uint64_t{64} << 20;
+/// Attributes with such names, access control lists among them, belong to the system and are left out.
+constexpr const char* systemAttributePrefix = "com.apple.system.";
 
 /// A file system that is read without the help of a kernel. What the system that made it hides is left out: private
 /// folders, and the stored form of compressed files, which appear as their plain data. Threads may read side by side.

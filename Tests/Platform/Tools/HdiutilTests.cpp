@@ -1,4 +1,5 @@
 #include "Platform/Formats/BigEndian.hpp"
+#include "Platform/Formats/ExtendedAttributes/ExtendedAttributes.hpp"
 #include "Support/PropertyList.hpp"
 #include "Tests/Platform/Tools/MountFixture.hpp"
 
@@ -55,7 +56,7 @@ std::string value(const PropertyList::Value& list, const char* key) {
 }
 
 TEST_F(Hdiutil, attachesListsAndDetaches) {
-    sandbox.write("a.dmg", image({{".", {.mode = 040555}},
+    sandbox.write("a.dmg", image({{".", {.mode = 040555, .attributes = {{"com.example.note", "volume"}}}},
                                   {"closed", {.mode = 040555}},
                                   {"closed/deep", {.mode = 040000}},
                                   {"closed/file", {.mode = 0100444, .data = "content"}},
@@ -72,6 +73,7 @@ TEST_F(Hdiutil, attachesListsAndDetaches) {
                                    mountPoint.string() + "\n");
     EXPECT_EQ(TestSupport::read(mountPoint / "closed/file"), "content");
     EXPECT_EQ(FileManager::itemStatus(mountPoint).st_mode & 07777U, 0755U);
+    EXPECT_EQ(ExtendedAttributes::value(mountPoint, "com.example.note"), "volume");
 
     const auto list = PropertyList::parse(hdiutil({"info", "-plist"}).output, "info");
     ASSERT_NE(list.find("images"), nullptr);
@@ -87,12 +89,25 @@ TEST_F(Hdiutil, attachesListsAndDetaches) {
 
     EXPECT_EQ(hdiutil({"detach", "alias"}).output, "\"disk4\" ejected.\n");
     EXPECT_EQ(namesIn(mountPoint), Names{});
+    EXPECT_EQ(ExtendedAttributes::names(mountPoint), Names{});
     EXPECT_EQ(FileManager::itemStatus(mountPoint).st_mode & 07777U, 0710U);
     EXPECT_TRUE(FileManager::fileExists(sandbox / "outside/kept"));
     const Outcome again = hdiutil({"detach", "mnt"});
     EXPECT_EQ(again.status, 1);
     EXPECT_EQ(again.errors, "hdiutil: detach failed - No such file or directory\n");
     EXPECT_EQ(hdiutil({"detach", "mnt", "-quiet"}).errors, "");
+}
+
+TEST_F(Hdiutil, listsPathsThatCanBeComparedWithOthers) {
+    const std::pair<const char*, const char*> cases[] = {{"a\n\t\r\x7f&.dmg", "a\n\t\r\x7f&.dmg"},
+                                                         {"b\x01\xff\uFFFF.dmg", "b\uFFFD\uFFFD\uFFFD.dmg"}};
+    for (const auto& [name, listed] : cases) {
+        sandbox.write(name, image());
+        ASSERT_EQ(attach(name).status, 0);
+        const auto list = PropertyList::parse(hdiutil({"info", "-plist"}).output, "info");
+        EXPECT_EQ(value(list.find("images")->get<PropertyList::Array>()->at(0), "image-path"), sandbox / listed);
+        EXPECT_EQ(hdiutil({"detach", "mnt"}).status, 0);
+    }
 }
 
 TEST_F(Hdiutil, namesVolumesAndDevices) {
