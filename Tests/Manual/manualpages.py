@@ -1,7 +1,6 @@
 """Reads the manual pages' sources."""
 import pathlib
 import re
-import subprocess
 
 FOLDER = pathlib.Path(__file__).resolve().parents[2] / "Documentation/man"
 COMMANDS = ("dmg-to-pkg", "recompress", "sign", "identities", "components")
@@ -15,17 +14,10 @@ def section(source, title):
     return re.search(rf'^\.Sh {title}\n(.*?)(?=^\.Sh |\Z)', source, re.M | re.S)[1]
 
 
-def rendered(name):
-    """The text as a terminal shows it, on lines that are never broken."""
-    text = subprocess.run(["mandoc", "-T", "ascii", "-O", "width=5000", FOLDER / name], capture_output=True, text=True,
-                          check=True).stdout
-    return re.sub(r".\b", "", text)
-
-
 def flags(source):
     """The options that macros name, with their dashes."""
     return {"-" + flag for line in source.splitlines() if line.startswith(".")
-            for flag in re.findall(r"\bFl (-?[a-zR][\w-]*)", line)}
+            for flag in re.findall(r"\bFl (-?[a-zR][\w-]*(?:=none)?)", line)}
 
 
 def calls(source):
