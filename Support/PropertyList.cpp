@@ -7,8 +7,14 @@
 #include "Support/UTCTime.hpp"
 #include "Support/XML.hpp"
 
+#include <locale.h>
+
 #include <charconv>
+#include <cstdlib>
 #include <optional>
+#ifdef __APPLE__
+#include <xlocale.h>
+#endif
 
 namespace corvane::PropertyList {
 namespace {
@@ -17,11 +23,21 @@ namespace {
     throw Error("expected " + expected + ", found <" + element.name() + ">" + element.text().substr(0, 80));
 }
 
-template <class Number, class... Format>
-std::optional<Number> number(std::string_view text, Format... format) {
+template <class Number>
+std::optional<Number> number(std::string_view text, int base) {
     Number value{};
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, format...);
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, base);
     if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+    return value;
+}
+
+/// Also "nan" and "inf". Not every standard library has `from_chars` for this.
+std::optional<double> realNumber(const std::string& text) {
+    static const locale_t plain = ::newlocale(LC_ALL_MASK, "C", nullptr);
+    if (text.find_first_of("xX") != std::string::npos) return std::nullopt;
+    char* end = nullptr;
+    const double value = ::strtod_l(text.c_str(), &end, plain);
+    if (text.empty() || end != text.c_str() + text.size()) return std::nullopt;
     return value;
 }
 
@@ -42,7 +58,7 @@ Value integer(const XML::Node& element) {
 Value real(const XML::Node& element) {
     std::string text = Text::trimmingWhitespaceAndNewlines(element.text());
     if (text.starts_with('+')) text.erase(0, 1);
-    if (const auto value = number<double>(text)) return {*value};
+    if (const auto value = realNumber(text)) return {*value};
     fail("a number", element);
 }
 

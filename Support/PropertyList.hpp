@@ -75,4 +75,7 @@ Value read(const FileURL& url);
 /// @throws Error for text that XML cannot hold, a date outside the years 0 to 9999, more levels than `depthLimit`
 std::string serializedXML(const Value& value);
 
+/// The text with U+FFFD in the place of each character that XML cannot hold and of each sequence that is not UTF-8.
+std::string representable(std::string_view text);
+
 } // namespace corvane::PropertyList

@@ -13,14 +13,15 @@ namespace {
 constexpr std::size_t lineWidth = 76;
 constexpr std::size_t tabWidth = 8;
 
-/// XML has no way at all to write these, not even as references.
+/// The bytes of a character at the front that XML has no way at all to write, not even as a reference; 0 for others.
+std::size_t unwritableLength(std::string_view text) {
+    const char byte = text.front();
+    if (static_cast<unsigned char>(byte) < 0x20) return byte != '\t' && byte != '\n' && byte != '\r' ? 1 : 0;
+    return text.starts_with("\xef\xbf\xbe") || text.starts_with("\xef\xbf\xbf") ? 3 : 0;
+}
+
 void requireCharacters(std::string_view text) {
-    const bool hasControl = std::any_of(text.begin(), text.end(), [](char byte) {
-        return static_cast<unsigned char>(byte) < 0x20 && byte != '\t' && byte != '\n' && byte != '\r';
-    });
-    const bool hasNoncharacter =
-        text.find("\xef\xbf\xbe") != std::string_view::npos || text.find("\xef\xbf\xbf") != std::string_view::npos;
-    if (hasControl || hasNoncharacter || Text::decodedUTF8(text) != text) {
+    if (representable(text) != text) {
         throw Error("a text holds characters that XML cannot: " + Text::printable(text.substr(0, 80)));
     }
 }
@@ -132,5 +133,19 @@ class Writer {
 } // namespace
 
 std::string serializedXML(const Value& value) { return Writer().finish(value); }
+
+std::string representable(std::string_view text) {
+    const std::string decoded = Text::decodedUTF8(text);
+    std::string result;
+    for (std::size_t at = 0; at < decoded.size();) {
+        if (const std::size_t length = unwritableLength(std::string_view(decoded).substr(at))) {
+            result += "\uFFFD";
+            at += length;
+        } else {
+            result += decoded[at++];
+        }
+    }
+    return result;
+}
 
 } // namespace corvane::PropertyList

@@ -26,9 +26,12 @@ std::string padded(std::string text, std::size_t width) {
 
 std::string printable(const FileURL& url) { return Text::printable(url.string()); }
 
+/// For programs, which compare it with other paths.
+std::string exact(const FileURL& url) { return PropertyList::representable(url.string()); }
+
 Value entityList(const MountRecord& mount, const DiskEntity& entity) {
     Dictionary list{{"content-hint", {entity.contentHint}}, {"dev-entry", {deviceName(mount, entity)}}};
-    if (entity.isMounted) list.emplace("mount-point", Value{printable(mount.mountPoint)});
+    if (entity.isMounted) list.emplace("mount-point", Value{exact(mount.mountPoint)});
     return {std::move(list)};
 }
 
@@ -43,7 +46,7 @@ Value mountList(const MountRecord& mount) {
                        {"hdid-pid", {std::int64_t{0}}},
                        {"icon-path", {std::string()}},
                        {"image-encrypted", {mount.isEncrypted}},
-                       {"image-path", {printable(mount.imagePath)}},
+                       {"image-path", {exact(mount.imagePath)}},
                        {"image-type", {mount.imageKind}},
                        {"owner-uid", {static_cast<std::int64_t>(::getuid())}},
                        {"removable", {true}},

@@ -14,11 +14,19 @@
 #include <cstdlib>
 
 namespace corvane::PrivateFiles {
+namespace {
+
+/// What the system calls the home of users without one. Nothing is found below, and none of them can create anything.
+constexpr const char* homeOfNobody = "/nonexistent";
+
+} // namespace
 
 FileURL baseFolder(const char* variable, const std::string& otherwise) {
     const char* configured = std::getenv(variable);
     const bool isSet = configured != nullptr && configured[0] == '/';
-    return isSet ? configured : expandingTilde(otherwise);
+    if (isSet) return configured;
+    const FileURL folder = expandingTilde(otherwise);
+    return folder.string().starts_with('~') ? FileURL(homeOfNobody) : folder;
 }
 
 void requireClosed(const FileURL& url, mode_t forbidden) {

@@ -17,7 +17,8 @@ constexpr mode_t readableByOthers = 077;
 constexpr mode_t writableByOthers = 022;
 
 /// The folder that an environment variable names, else the other one, which may begin with a tilde. A relative path in
-/// the variable counts as none, by the convention of its kind.
+/// the variable counts as none, by the convention of its kind. A user whose home nobody knows gets a folder that does
+/// not exist, and not one of the working folder.
 FileURL baseFolder(const char* variable, const std::string& otherwise);
 
 /// Refuses a file or folder of another user, and one whose mode has forbidden permissions. @throws FileError,

@@ -2,28 +2,31 @@
 
 #include <functional>
 #include <thread>
+#include <vector>
 
 namespace corvane {
 
-/// Routes SIGINT to a handler while it is started, instead of ending the process. One at a time in a process.
+/// Routes SIGINT, SIGTERM and SIGHUP to a handler while it is started, instead of ending the process. Those that are
+/// ignored, as interrupts are for a job in the background of a script, stay so. One at a time in a process.
 class InterruptController {
   public:
-    /// @param handler called on a thread of the controller's own for each interrupt; several that come close together
-    ///        may be told as one
-    explicit InterruptController(std::function<void()> handler) : handler_(std::move(handler)) {}
+    /// @param handler called with the signal's number, on a thread of the controller's own, for each signal; several
+    ///        that come close together may be told as one
+    explicit InterruptController(std::function<void(int)> handler) : handler_(std::move(handler)) {}
     InterruptController(const InterruptController&) = delete;
     InterruptController& operator=(const InterruptController&) = delete;
     ~InterruptController() { stop(); }
 
-    /// Whether the process was started with interrupts ignored, as a job in the background of a script is.
-    static bool areInterruptsIgnored();
-
     void start();
-    /// Gives SIGINT its default action back. The handler is not called any more when this returns.
+    /// Gives the signals their default action back. The handler is not called any more when this returns.
     void stop();
 
+    /// Ends the process as the signal would have, had nobody routed it.
+    static void endProcess(int signal);
+
   private:
-    std::function<void()> handler_;
+    std::function<void(int)> handler_;
+    std::vector<int> routed_;
     std::jthread thread_;
 };
 

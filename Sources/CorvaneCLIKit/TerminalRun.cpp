@@ -8,6 +8,7 @@
 #include "Support/Text.hpp"
 
 #include <algorithm>
+#include <csignal>
 
 namespace corvane {
 namespace {
@@ -133,7 +134,14 @@ std::int32_t CLIApplication::runPipeline(const CLIRunOptions& options) const {
         return emitFailure("signing identity not found: " + *options.signingIdentity, options.json, 69);
     }
     const PackagingPipeline::Job job = PackagingPipeline(configuration(options), timing_).start();
-    InterruptController interrupts([job] { job.cancel(); });
+    InterruptController interrupts([job](int signal) {
+        job.cancel();
+        if (signal == SIGINT) return;
+        // Whoever ends the process does not wait until somebody answers its prompt, only for the clean-up.
+        job.waitUntilDone();
+        InterruptController::endProcess(signal);
+    });
+    std::signal(SIGINT, SIG_DFL); // an interrupt counts even where it was ignored
     interrupts.start();
     return follow(job, options);
 }

@@ -8,6 +8,7 @@
 #include "Tests/Platform/Formats/CodeSignature/TestCode.hpp"
 #include "Tests/Platform/Tools/PseudoTerminal.hpp"
 
+#include <csignal>
 #include <thread>
 
 namespace corvane {
@@ -367,6 +368,17 @@ TEST_F(InteractionTest, endsAsTheUserSays) {
         EXPECT_EQ(machine.outputFiles(), Strings{});
         expectNothingLeft();
     }
+}
+
+TEST_F(InteractionTest, doesNotWaitForAnAnswerWhenItIsTerminated) {
+    const auto terminal = start(licensed());
+    terminal.readUntil("Agree Y/N? ");
+    terminal.type("n\n");
+    terminal.readUntil(prompt);
+    terminal.signalForeground(SIGTERM);
+    terminal.readUntil();
+    EXPECT_EQ(terminal.wait(), 128 + SIGTERM);
+    expectNothingLeft();
 }
 
 TEST_F(InteractionTest, needsATerminal) {

@@ -122,18 +122,34 @@ TEST(Program, anInterruptEndsAJobThatWaitsForATimestamp) {
     EXPECT_EQ(machine.outputFiles(), Strings{});
 }
 
-TEST(Program, anInterruptEndsAListingBySignalOnceItsFolderIsGone) {
+TEST(Program, aTerminationEndsAJobBySignalOnceItsFolderIsGone) {
+    const SigningMachine machine({TimestampBehaviour::silent});
+    const Strings command = signCommand(machine, machine.makeProduct());
+    for (const int number : {SIGTERM, SIGHUP}) {
+        RunningProgram program(command);
+        program.waitFor("Signing with: ");
+        program.signal(number);
+        EXPECT_EQ(program.finish(), 128 + number);
+        EXPECT_EQ(machine.temporaryFiles(), Strings{});
+        EXPECT_EQ(machine.outputFiles(), Strings{});
+    }
+}
+
+TEST(Program, aSignalEndsAListingOnceItsFolderIsGone) {
     const Sandbox sandbox;
     const SigningMachine machine;
     const std::string installed = installedCopy(sandbox);
     sandbox.writeScript("prefix/libexec/corvane/pkgutil",
                         "echo > '" + (sandbox / "reached").string() + "'\nexec sleep 60");
-    RunningProgram program({installed, "components", machine.makeProduct().string()});
-    while (!FileManager::fileExists(sandbox / "reached")) std::this_thread::yield();
-    EXPECT_EQ(machine.temporaryFiles().size(), 1U);
-    program.signal(SIGINT);
-    EXPECT_EQ(program.finish(), 128 + SIGINT);
-    EXPECT_EQ(machine.temporaryFiles(), Strings{});
+    for (const int number : {SIGINT, SIGTERM}) {
+        RunningProgram program({installed, "components", machine.makeProduct().string()});
+        while (!FileManager::fileExists(sandbox / "reached")) std::this_thread::yield();
+        EXPECT_EQ(machine.temporaryFiles().size(), 1U);
+        program.signal(number);
+        EXPECT_EQ(program.finish(), 128 + number);
+        EXPECT_EQ(machine.temporaryFiles(), Strings{});
+        FileManager::removeItem(sandbox / "reached");
+    }
 }
 
 TEST(Program, aReaderThatGoesAwayDoesNotStopTheJob) {

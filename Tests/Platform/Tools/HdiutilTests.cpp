@@ -98,6 +98,18 @@ TEST_F(Hdiutil, attachesListsAndDetaches) {
     EXPECT_EQ(hdiutil({"detach", "mnt", "-quiet"}).errors, "");
 }
 
+TEST_F(Hdiutil, listsPathsThatCanBeComparedWithOthers) {
+    const std::pair<const char*, const char*> cases[] = {{"a\n\t\r\x7f&.dmg", "a\n\t\r\x7f&.dmg"},
+                                                         {"b\x01\xff\uFFFF.dmg", "b\uFFFD\uFFFD\uFFFD.dmg"}};
+    for (const auto& [name, listed] : cases) {
+        sandbox.write(name, image());
+        ASSERT_EQ(attach(name).status, 0);
+        const auto list = PropertyList::parse(hdiutil({"info", "-plist"}).output, "info");
+        EXPECT_EQ(value(list.find("images")->get<PropertyList::Array>()->at(0), "image-path"), sandbox / listed);
+        EXPECT_EQ(hdiutil({"detach", "mnt"}).status, 0);
+    }
+}
+
 TEST_F(Hdiutil, namesVolumesAndDevices) {
     sandbox.write("plain.dmg", image());
     std::string oddName = "../\x01";

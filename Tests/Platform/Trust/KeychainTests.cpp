@@ -2,6 +2,7 @@
 #include "Platform/Trust/HTTPClient.hpp"
 #include "Platform/Trust/KeyFile.hpp"
 #include "Platform/Trust/Keychain.hpp"
+#include "Platform/Trust/PrivateFiles.hpp"
 #include "Support/FileManager.hpp"
 #include "Tests/TestHierarchy.hpp"
 #include "Tests/TestSupport.hpp"
@@ -26,6 +27,10 @@ Identity identity(const Credential& credential) {
 mode_t mode(const FileURL& url) {
     struct stat status {};
     return ::stat(url.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
+}
+
+TEST(PrivateFiles, areNotInTheWorkingFolderOfAUserWithoutAHome) {
+    EXPECT_EQ(PrivateFiles::baseFolder("CORVANE_UNSET", "~no such user/.local/state"), "/nonexistent");
 }
 
 TEST(Keychain, keepsIdentitiesClosedToOthersAndInOrder) {

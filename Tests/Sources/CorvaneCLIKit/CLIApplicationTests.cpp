@@ -289,7 +289,7 @@ TEST(CLIStreams, waitsForAReaderThatIsSlow) {
 TEST(InterruptController, canBeStartedAgainAndTellsNoOldInterrupts) {
     for (int round = 0; round < 20; ++round) {
         std::atomic<int> told = 0;
-        InterruptController interrupts([&] {
+        InterruptController interrupts([&](int) {
             ++told;
             told.notify_all();
         });
