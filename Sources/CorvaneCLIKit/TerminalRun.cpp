@@ -8,7 +8,9 @@
 #include "Support/Text.hpp"
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
+#include <future>
 
 namespace corvane {
 namespace {
@@ -134,16 +136,19 @@ std::int32_t CLIApplication::runPipeline(const CLIRunOptions& options) const {
         return emitFailure("signing identity not found: " + *options.signingIdentity, options.json, 69);
     }
     const PackagingPipeline::Job job = PackagingPipeline(configuration(options), timing_).start();
-    InterruptController interrupts([job](int signal) {
+    std::promise<void> told;
+    InterruptController interrupts([job, isTold = told.get_future().share()](int signal) {
         job.cancel();
         if (signal == SIGINT) return;
-        // Whoever ends the process does not wait until somebody answers its prompt, only for the clean-up.
         job.waitUntilDone();
+        isTold.wait_for(std::chrono::seconds(1)); // longer only when a prompt waits for an answer
         InterruptController::endProcess(signal);
     });
     std::signal(SIGINT, SIG_DFL); // an interrupt counts even where it was ignored
     interrupts.start();
-    return follow(job, options);
+    const std::int32_t status = follow(job, options);
+    told.set_value();
+    return status;
 }
 
 std::int32_t CLIApplication::follow(const PackagingPipeline::Job& job, const CLIRunOptions& options) const {

@@ -130,6 +130,7 @@ TEST(Program, aTerminationEndsAJobBySignalOnceItsFolderIsGone) {
         program.waitFor("Signing with: ");
         program.signal(number);
         EXPECT_EQ(program.finish(), 128 + number);
+        EXPECT_TRUE(program.seen().ends_with("corvane: cancelled\n")) << program.seen();
         EXPECT_EQ(machine.temporaryFiles(), Strings{});
         EXPECT_EQ(machine.outputFiles(), Strings{});
     }
