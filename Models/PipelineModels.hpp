@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Support/FileURL.hpp"
+#include "../Support/FileURL.hpp"
 
 #include <array>
 #include <cstdint>
@@ -54,18 +54,25 @@ std::vector<PipelineStep> steps(PipelineAction action);
 /// The parameters of one job.
 struct PipelineConfiguration {
     PipelineAction action = PipelineAction::signOnly;
+    /// The disk image of `dmgToPkg`, the flat package of the others; an absolute path.
     FileURL inputURL;
-    /// Receives the finished package and the side files.
+    /// An existing folder, an absolute path. Receives the finished package and the side files, which replace files of
+    /// the same names.
     FileURL outputDirectory;
-    /// Name of the Developer ID Installer identity; absent leaves the result unsigned.
+    /// Name of the Developer ID Installer identity, one of `IdentityLocator::installerIdentities`; absent leaves the
+    /// result unsigned.
     std::optional<std::string> signingIdentity;
+    /// False takes the compression that systems of every age read; packages get larger.
     bool modernCompression = true;
-    /// Handed to the package build, for example "12.0".
+    /// Handed to the package build with modern compression, which needs one: for example "12.0", which
+    /// `Stores/Preferences.hpp` suggests.
     std::string minOSVersion;
     /// Turns those trust failures of the input that allow it into logged warnings.
     bool allowUntrustedInput = false;
+    /// Writes beside the package, as "NAME.bundles.txt", which applications it installs.
     bool writeBundleInventory = false;
-    /// Package identifiers of components to drop during a recompress.
+    /// Package identifiers of components to drop during a recompress, as `PackageComponentCatalog::inspect` lists
+    /// them; none for the other actions.
     std::vector<std::string> componentIdentifiersToRemove;
     /// The finished package must have fewer bytes than this.
     std::optional<std::uint64_t> maximumOutputBytesExclusive;

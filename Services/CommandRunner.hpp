@@ -1,11 +1,11 @@
 #pragma once
 
+#include "Services/LaunchError.hpp"
 #include "Support/FileURL.hpp"
 
 #include <chrono>
 #include <cstdint>
 #include <optional>
-#include <stdexcept>
 #include <stop_token>
 #include <string>
 #include <vector>
@@ -21,12 +21,6 @@ struct CommandResult {
     std::string standardError;
 
     bool succeeded() const { return exitCode == 0; }
-};
-
-/// A child that could not be started. The text names the executable and the system's reason.
-class LaunchError : public std::runtime_error {
-  public:
-    using std::runtime_error::runtime_error;
 };
 
 /// Runs the system's tools as child processes. Any number of runs may go on side by side from any threads; they share

@@ -1,19 +1,18 @@
 #include "Services/PackageChangeReport.hpp"
 
 #include "Models/CorvaneVersion.hpp"
+#include "Services/PackageComponentJSON.hpp"
 #include "Support/FileManager.hpp"
 #include "Support/Text.hpp"
 
 namespace corvane::PackageChangeReport {
 
 JSONValue Report::encoded() const {
-    JSONValue components = JSONValue::array();
-    for (const PackageComponentDescriptor& component : removedComponents) components.push_back(component.encoded());
     return {{"schemaVersion", schemaVersion},
             {"generatedBy", generatedBy},
             {"sourcePackage", sourcePackage},
             {"outputPackage", outputPackage},
-            {"removedComponents", std::move(components)}};
+            {"removedComponents", corvane::encoded(removedComponents)}};
 }
 
 void write(const FileURL& inputURL, const FileURL& outputURL,

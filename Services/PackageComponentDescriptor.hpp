@@ -1,7 +1,5 @@
 #pragma once
 
-#include "Support/JSON.hpp"
-
 #include <string>
 #include <vector>
 
@@ -19,11 +17,6 @@ struct PackageComponentDescriptor {
     std::vector<std::string> scripts;
 
     bool operator==(const PackageComponentDescriptor&) const = default;
-
-    /// An object with one key for each field, named like it.
-    JSONValue encoded() const;
-    /// The reverse; all five keys must be there. @throws nlohmann::json::exception
-    static PackageComponentDescriptor decode(const JSONValue& object);
 };
 
 } // namespace corvane

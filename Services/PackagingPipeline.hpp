@@ -1,9 +1,9 @@
 #pragma once
 
-#include "Models/PipelineModels.hpp"
-#include "Services/PackagingPipeline/Gates.hpp"
-#include "Support/AsyncStream.hpp"
-#include "Support/Task.hpp"
+#include "../Models/PipelineModels.hpp"
+#include "../Support/AsyncStream.hpp"
+#include "../Support/Task.hpp"
+#include "PackagingPipeline/Gates.hpp"
 
 #include <chrono>
 #include <memory>

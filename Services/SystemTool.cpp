@@ -14,6 +14,9 @@ namespace {
 
 std::optional<FileURL> overridingFolder;
 
+std::mutex namedFolderMutex;
+std::optional<FileURL> namedFolder;
+
 /// Reading the whole database takes some time; no file changes sides while a job runs.
 bool isDistributionFile(const std::string& path, const FileURL& database) {
     static std::mutex mutex;
@@ -24,10 +27,22 @@ bool isDistributionFile(const std::string& path, const FileURL& database) {
     return answer->second;
 }
 
-/// Programs lie in <prefix>/bin, the set in <prefix>/libexec/corvane, when installed as well as when built.
-FileURL portableTools() { return programFile().parent_path().parent_path() / "libexec/corvane"; }
+/// This project's programs lie in <prefix>/bin, the set in <prefix>/libexec/corvane, when installed as well as when
+/// built.
+FileURL portableTools() {
+    {
+        const std::lock_guard lock(namedFolderMutex);
+        if (namedFolder) return *namedFolder;
+    }
+    return programFile().parent_path().parent_path() / "libexec/corvane";
+}
 
 } // namespace
+
+void usePortableTools(const FileURL& folder) {
+    const std::lock_guard lock(namedFolderMutex);
+    namedFolder = std::filesystem::absolute(folder);
+}
 
 FileURL executable(const std::string& path) {
     if (!overridingFolder) return executable(path, portableTools(), DistributionFile::packageDatabase);

@@ -84,16 +84,31 @@ struct JobStore::State : std::enable_shared_from_this<State> {
         Property::configuration, Property::steps, Property::startedSteps, Property::finishedSteps, Property::logLines};
 
     void start(PipelineConfiguration asked) {
-        run = std::make_shared<Run>(PackagingPipeline(asked, timing).start());
+        const auto next = std::make_shared<Run>(PackagingPipeline(asked, timing).start());
+        follow(next);
+        replaceRun(next);
         forgetJob(std::move(asked));
-        follow();
         update(Running{}, std::nullopt, false, forgotten);
     }
 
+    /// The last job has had its terminal event, but its end may still be on its way here: who waits for it is told.
+    void replaceRun(const std::shared_ptr<Run>& next) {
+        const auto last = std::exchange(run, next);
+        if (!last) return;
+        last->job.waitUntilDone();
+        for (auto& done : last->waiting) callBack(std::move(done));
+    }
+
+    void callBack(std::function<void()> done) {
+        executor->post([store = weak_from_this(), done = std::move(done)] {
+            if (const auto state = store.lock()) done();
+        });
+    }
+
     /// The thread holds the job, but neither the store nor the run: what it posts finds them, or they are gone.
-    void follow() {
-        run->reader.emplace([job = run->job, executor = executor, store = weak_from_this(),
-                             reading = std::weak_ptr(run)](const std::stop_token&) {
+    void follow(const std::shared_ptr<Run>& started) {
+        started->reader.emplace([job = started->job, executor = executor, store = weak_from_this(),
+                                 reading = std::weak_ptr(started)](const std::stop_token&) {
             const auto post = [&](std::function<void(State&)> task) {
                 executor->post([store, reading, task = std::move(task)] {
                     const auto state = store.lock();
@@ -205,9 +220,7 @@ bool JobStore::openDiskImageForInteraction() {
 void JobStore::cancelAndWait(std::function<void()> done) {
     const auto& run = state_->run;
     if (!run || run->hasEnded) {
-        state_->executor->post([store = std::weak_ptr(state_), done = std::move(done)] {
-            if (const auto state = store.lock()) done();
-        });
+        state_->callBack(std::move(done));
         return;
     }
     run->job.cancel();

@@ -21,7 +21,8 @@ class MainExecutor {
     /// not throw. Callable from any thread, also when the loop is not running yet or has ended; then they wait.
     virtual void post(std::function<void()> task) = 0;
 
-    /// Makes an executor that of the process. To be called before the first `JobStore` is made.
+    /// Makes an executor that of the process. To be called before the first `JobStore` is made: a store keeps to the
+    /// one that it was made with.
     static void install(std::shared_ptr<MainExecutor> executor);
     /// The process's executor. @throws std::logic_error when none is installed
     static std::shared_ptr<MainExecutor> shared();

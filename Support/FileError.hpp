@@ -1,7 +1,6 @@
 #pragma once
 
-#include "Support/FileURL.hpp"
-#include "Support/Text.hpp"
+#include "FileURL.hpp"
 
 #include <cerrno>
 #include <stdexcept>
@@ -16,8 +15,7 @@ namespace corvane {
 class FileError : public std::runtime_error {
   public:
     /// @param action what was tried, for example "Cannot read"
-    FileError(const std::string& action, const FileURL& url, std::error_code code)
-        : std::runtime_error(action + " " + Text::printable(url.string()) + ": " + code.message()), url_(url), code_(code) {}
+    FileError(const std::string& action, const FileURL& url, std::error_code code);
 
     const FileURL& url() const { return url_; }
     const std::error_code& code() const { return code_; }

@@ -4,6 +4,7 @@
 #include "Platform/Tools/Termination.hpp"
 #include "Platform/Tools/Tool.hpp"
 #include "Support/FileError.hpp"
+#include "Support/Text.hpp"
 
 namespace corvane::Tools {
 

@@ -9,6 +9,7 @@
 #include "Platform/Tools/Tool.hpp"
 #include "Support/CancellationError.hpp"
 #include "Support/FileError.hpp"
+#include "Support/Text.hpp"
 
 #include <unistd.h>
 

@@ -7,6 +7,7 @@
 #include "Platform/Trust/KeyFile.hpp"
 #include "Platform/Trust/Keychain.hpp"
 #include "Support/FileManager.hpp"
+#include "Support/Text.hpp"
 
 #include <algorithm>
 #include <iterator>

@@ -6,6 +6,7 @@
 #include "Platform/Tools/Tool.hpp"
 #include "Support/CancellationError.hpp"
 #include "Support/FileManager.hpp"
+#include "Support/Text.hpp"
 
 #include <algorithm>
 

@@ -2,6 +2,7 @@
 
 #include "Services/PackageSemanticValidator/CanonicalXML.hpp"
 #include "Services/PackageSemanticValidator/Differences.hpp"
+#include "Support/Text.hpp"
 
 namespace corvane::PackageSemanticValidator {
 namespace {

@@ -2,6 +2,7 @@
 
 #include "Services/PackageSemanticValidator/Differences.hpp"
 #include "Support/FileManager.hpp"
+#include "Support/Text.hpp"
 
 #include <algorithm>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Support/AsyncStream.hpp"
+#include "../../Support/AsyncStream.hpp"
 
 #include <stop_token>
 

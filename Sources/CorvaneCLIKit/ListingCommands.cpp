@@ -2,6 +2,7 @@
 
 #include "Services/IdentityLocator.hpp"
 #include "Services/PackageComponentCatalog.hpp"
+#include "Services/PackageComponentJSON.hpp"
 #include "Sources/CorvaneCLIKit/CLIApplication.hpp"
 #include "Sources/CorvaneCLIKit/InterruptibleWork.hpp"
 #include "Support/Text.hpp"
@@ -35,9 +36,7 @@ std::int32_t CLIApplication::listComponents(const FileURL& inputURL, bool asJSON
         const std::vector<PackageComponentDescriptor> components = runInterruptibly(
             [&](const std::stop_token& stop) { return PackageComponentCatalog::inspect(inputURL, stop); });
         if (asJSON) {
-            JSONValue list = JSONValue::array();
-            for (const PackageComponentDescriptor& component : components) list.push_back(component.encoded());
-            emitJSON({{"event", "components"}, {"components", std::move(list)}});
+            emitJSON({{"event", "components"}, {"components", encoded(components)}});
         } else {
             for (const PackageComponentDescriptor& component : components) streams_->standardOutput(line(component));
         }

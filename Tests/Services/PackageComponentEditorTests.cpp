@@ -1,6 +1,7 @@
 #include "Models/PipelineModels.hpp"
 #include "Services/PackageComponentCatalog.hpp"
 #include "Services/PackageComponentEditor.hpp"
+#include "Services/PackageComponentJSON.hpp"
 #include "Support/FileManager.hpp"
 #include "Support/XML.hpp"
 #include "Tests/FakeTools.hpp"
@@ -31,13 +32,13 @@ TEST(PackageComponentEditor, readsASingleComponentWithItsDefaults) {
                                                             .installLocation = "/",
                                                             .scripts = {"./preinstall", "postinstall"}}};
     EXPECT_EQ(PackageComponentEditor::components(sandbox.url()), expected);
-    EXPECT_EQ(PackageComponentDescriptor::decode(expected[0].encoded()), expected[0]);
-    JSONValue incomplete = expected[0].encoded();
+    EXPECT_EQ(decodedComponent(encoded(expected[0])), expected[0]);
+    JSONValue incomplete = encoded(expected[0]);
     incomplete.erase("scripts");
-    EXPECT_THROW(PackageComponentDescriptor::decode(incomplete), JSONValue::exception);
+    EXPECT_THROW(decodedComponent(incomplete), JSONValue::exception);
     PackageComponentDescriptor oddlyNamed = expected[0];
     oddlyNamed.archiveName = "\xff.pkg"; // a file's name is any bytes, a text in JSON is not
-    EXPECT_EQ(oddlyNamed.encoded()["archiveName"], "\uFFFD.pkg");
+    EXPECT_EQ(encoded(oddlyNamed)["archiveName"], "\uFFFD.pkg");
 }
 
 TEST(PackageComponentEditor, readsTheFoldersOfADistributionInCanonicalOrder) {

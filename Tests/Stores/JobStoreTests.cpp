@@ -3,6 +3,7 @@
 #include "Support/FileManager.hpp"
 #include "Tests/FakeTools.hpp"
 
+#include <cstdlib>
 #include <random>
 #include <thread>
 
@@ -162,25 +163,56 @@ TEST_F(JobStoreTest, callsBackOnceACancelledJobIsGone) {
     wait(); // with one that has ended
 }
 
-/// Stores that go while their jobs run, and cancellations at any moment, from the loop of the main thread.
+TEST_F(JobStoreTest, callsBackAlsoWhenAnotherJobHasBegun) {
+    int calls = 0;
+    store->start(configuration(PipelineAction::dmgToPkg)); // which waits for its user until it is cancelled
+    const Observation again = store->observe(Property::phase, [&] {
+        if (std::holds_alternative<JobStore::Cancelled>(store->phase())) store->start(configuration());
+    });
+    store->cancelAndWait([&] { ++calls; });
+    store->cancelAndWait([&] { ++calls; });
+    runUntil([&] { return calls == 2 && !store->isRunning(); });
+    EXPECT_TRUE(std::holds_alternative<JobStore::Finished>(store->phase()));
+}
+
+/// Jobs that are cancelled at any moment, by their users, by who observes them and by the end of their store.
 TEST_F(JobStoreTest, survivesCancellationAtAnyMoment) {
+    const FileURL usual = FileManager::temporaryDirectory();
+    const FileURL temporary = fakes.sandbox() / "temporary";
+    FileManager::createDirectory(temporary);
+    ASSERT_EQ(::setenv("TMPDIR", temporary.c_str(), 1), 0);
     std::mt19937 random(7); // always the same moments, as far as threads allow
-    for (int round = 0; round < 40; ++round) {
+    std::set<std::size_t> ends;
+    const auto longest = [&] { // what a job takes when nobody disturbs it
+        const auto begin = std::chrono::steady_clock::now();
+        store->start(configuration());
+        runToEnd();
+        return std::chrono::steady_clock::now() - begin;
+    }();
+    for (int round = 0; round < 60; ++round) {
         JobStore each([](const FileURL&) { return false; });
+        const bool isObserverImpatient = random() % 3 == 0;
         const Observation watch = each.observe([&](Property) {
-            if (random() % 7 == 0) each.cancel();
+            if (isObserverImpatient && random() % 7 == 0) each.cancel();
         });
         each.start(configuration(round % 2 == 0 ? PipelineAction::signOnly : PipelineAction::dmgToPkg));
-        std::jthread stopper([&, delay = std::chrono::milliseconds(random() % 30)] {
+        const bool isStoreLeft = random() % 4 == 0;
+        std::jthread user([&, delay = longest * (random() % 120) / 100] {
             std::this_thread::sleep_for(delay);
-            loop->post([this] { loop->stop(); });
+            loop->post([&] {
+                if (isStoreLeft) return loop->stop(); // the store goes with its job
+                if (random() % 2 == 0) each.cancel();
+                each.cancelAndWait([&] { loop->stop(); });
+            });
         });
         loop->run();
-        if (random() % 2 == 0) continue; // the store goes with its job
-        each.cancelAndWait([&] { loop->stop(); });
-        loop->run();
+        if (isStoreLeft) continue;
         EXPECT_FALSE(each.isRunning());
+        ends.insert(each.phase().index());
     }
+    EXPECT_EQ(ends.size(), 2U) << "some are cancelled, and some finish before";
+    EXPECT_TRUE(std::filesystem::is_empty(temporary)) << "jobs leave no folders";
+    ::setenv("TMPDIR", usual.c_str(), 1);
 }
 
 TEST(MainExecutor, mustBeInstalledFirst) {

@@ -4,6 +4,7 @@
 #include "Support/AtomicFile.hpp"
 #include "Support/FileError.hpp"
 #include "Support/FileManager.hpp"
+#include "Support/Text.hpp"
 
 #include <sys/stat.h>
 #include <sys/xattr.h>
