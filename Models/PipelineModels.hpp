@@ -51,7 +51,7 @@ std::optional<PipelineStep> pipelineStep(std::string_view rawValue);
 /// The steps of a job of this kind, in display order.
 std::vector<PipelineStep> steps(PipelineAction action);
 
-/// The parameters of one job.
+/// The parameters of one job. What may be left out has an initialiser, so that compilers do not miss it.
 struct PipelineConfiguration {
     PipelineAction action = PipelineAction::signOnly;
     /// The disk image of `dmgToPkg`, the flat package of the others; an absolute path.
@@ -61,7 +61,7 @@ struct PipelineConfiguration {
     FileURL outputDirectory;
     /// Name of the Developer ID Installer identity, one of `IdentityLocator::installerIdentities`; absent leaves the
     /// result unsigned.
-    std::optional<std::string> signingIdentity;
+    std::optional<std::string> signingIdentity{};
     /// False takes the compression that systems of every age read; packages get larger.
     bool modernCompression = true;
     /// Handed to the package build with modern compression, which needs one: for example "12.0", which
@@ -73,9 +73,9 @@ struct PipelineConfiguration {
     bool writeBundleInventory = false;
     /// Package identifiers of components to drop during a recompress, as `PackageComponentCatalog::inspect` lists
     /// them; none for the other actions.
-    std::vector<std::string> componentIdentifiersToRemove;
+    std::vector<std::string> componentIdentifiersToRemove{};
     /// The finished package must have fewer bytes than this.
-    std::optional<std::uint64_t> maximumOutputBytesExclusive;
+    std::optional<std::uint64_t> maximumOutputBytesExclusive{};
 };
 
 /// What a running job tells its front end.
