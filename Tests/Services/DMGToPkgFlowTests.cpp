@@ -189,7 +189,7 @@ TEST_F(DMGToPkgTest, failsWithTheFirstThingThatIsWrong) {
         const char* script;
         const char* terminal;
     } cases[] = {
-        {"hdiutil", "test $1 != attach || mkdir -p \"$7/.a.app\" \"$7/b.app\" \"$7/c.APP\"; touch \"$7/d.app\"",
+        {"hdiutil", "test $1 != attach || { mkdir \"$7/.a.app\" \"$7/b.app\" \"$7/c.APP\"; touch \"$7/d.app\"; }",
          "failed Expected exactly 1 .app at the DMG root, found 2"},
         {"hdiutil", "test $1 != attach || { mkdir \"$7/c.APP\"; touch \"$7/d.app\"; }",
          "failed Expected exactly 1 .app at the DMG root, found 0"},
