@@ -1,5 +1,4 @@
-// A front end in one file: runs a job on a terminal, shows its steps and log lines, asks its questions, tells its
-// result.
+// A front end on a terminal: runs a job, shows its steps and log lines, asks its questions, tells its result.
 #include <corvane/Services/SystemTool.hpp>
 #include <corvane/Stores/JobStore.hpp>
 #include <corvane/Stores/MainExecutor.hpp>
@@ -13,29 +12,26 @@ using namespace corvane;
 using enum JobStore::Property;
 
 /// Waits for an answer on a thread of its own, since the main thread has to stay free, and obeys it on the main thread.
-static void ask(const std::string& question, const std::function<void()>& yes, const std::function<void()>& no) {
+static void ask(JobStore& store, const std::string& question, void (JobStore::*yes)()) {
     std::cout << question << " (y/n) " << std::flush;
-    std::thread([yes, no, main = MainExecutor::shared()] {
+    std::thread([&store, yes, main = MainExecutor::shared()] {
         std::string line;
         std::getline(std::cin, line);
-        main->post(line == "y" ? yes : no);
+        main->post([&store, answer = line == "y" ? yes : &JobStore::cancel] { (store.*answer)(); });
     }).detach();
 }
 
 static void show(JobStore& store, JobStore::Property changed, std::set<PipelineStep>& shown) {
-    const auto cancel = [&] { store.cancel(); };
     if (changed == startedSteps) {
         for (const PipelineStep step : store.startedSteps())
             if (shown.insert(step).second) std::cout << "==> " << title(step) << std::endl;
     } else if (changed == logLines && !store.logLines().empty()) {
         std::cout << "    " << store.logLines().back() << std::endl;
     } else if (changed == mountInteraction && store.mountInteraction()) {
-        const std::string question = "Is " + store.mountInteraction()->inputURL.string() + " attached now?";
-        ask(
-            question, [&] { store.continueAfterMountInteraction(); }, cancel);
+        const std::string image = store.mountInteraction()->inputURL.string();
+        ask(store, "Is " + image + " attached now?", &JobStore::continueAfterMountInteraction);
     } else if (changed == untimestampedSigningApprovalRequired && store.untimestampedSigningApprovalRequired()) {
-        ask(
-            "Sign without a trusted timestamp?", [&] { store.continueWithoutTrustedTimestamp(); }, cancel);
+        ask(store, "Sign without a trusted timestamp?", &JobStore::continueWithoutTrustedTimestamp);
     }
 }
 
