@@ -1,5 +1,5 @@
 # cpack makes a Debian package of the component Program, and an archive that runs wherever it is unpacked. The same
-# programs give the same bytes: SOURCE_DATE_EPOCH is the time of all files, or else the time of the last change.
+# programs give the same bytes: SOURCE_DATE_EPOCH is the time of all files, or else the time of the last commit.
 set(CPACK_GENERATOR DEB TGZ)
 set(CPACK_PACKAGE_NAME corvane)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
@@ -50,7 +50,10 @@ file(WRITE ${PROJECT_BINARY_DIR}/PackagingTime.cmake [[
 if(NOT DEFINED ENV{SOURCE_DATE_EPOCH})
   execute_process(COMMAND git -C "${CPACK_CORVANE_SOURCE}" log -1 --format=%ct
     OUTPUT_VARIABLE time OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
-  set(ENV{SOURCE_DATE_EPOCH} "${time}")
+  # Without a history, in an unpacked archive of the source, files keep their own times.
+  if(time)
+    set(ENV{SOURCE_DATE_EPOCH} ${time})
+  endif()
 endif()
 ]])
 set(CPACK_CORVANE_SOURCE ${PROJECT_SOURCE_DIR})
